@@ -1,0 +1,29 @@
+# Flags that every target of the tree is built with, and the helpers that add targets.
+
+set(VORNEX_WARNINGS -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+if(VORNEX_WERROR)
+  list(APPEND VORNEX_WARNINGS -Werror)
+endif()
+add_compile_options(${VORNEX_WARNINGS} -fvisibility=hidden -fvisibility-inlines-hidden)
+
+if(VORNEX_SANITIZE)
+  add_compile_options(-fsanitize=${VORNEX_SANITIZE} -fno-sanitize-recover=all
+                      -fno-omit-frame-pointer -g)
+  add_link_options(-fsanitize=${VORNEX_SANITIZE})
+endif()
+
+# Binaries of the build tree stand together, so that one directory is enough to run them.
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+
+# vornex_library(NAME EXPORT_NAME SOURCES...): one of the two shared libraries.
+function(vornex_library name)
+  add_library(${name} ${ARGN})
+  add_library(vornex::${name} ALIAS ${name})
+  set_target_properties(${name} PROPERTIES
+    VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
+    POSITION_INDEPENDENT_CODE ON)
+  target_include_directories(${name} PUBLIC
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/libvornex>)
+endfunction()
