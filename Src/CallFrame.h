@@ -1,0 +1,76 @@
+// The frame that every raising function of the library stands in, written once.
+//
+// A function's fixed line numbers - of its raises and of its context line - are part of the
+// library's behaviour; each source names them at its top.
+#pragma once
+
+#include <utility>
+
+#include <vorn/Exceptions.h>
+#include <vorn/Threading.h>
+
+namespace VornEx::Internals {
+
+// The throw state of one call, put back on every way out.
+class CCallFrame
+{
+public:
+    CCallFrame()
+    {
+        if (Vorn::Internals::CThrowStateData::m_DisableCnt.load(std::memory_order_relaxed) != 0)
+            m_State.Init();
+    }
+    ~CCallFrame() { m_State.Restore(); }
+    CCallFrame(const CCallFrame&) = delete;
+    CCallFrame& operator=(const CCallFrame&) = delete;
+
+    // Throws, or comes back where throwing is disabled: what follows must be safe to run.
+    void Raise(unsigned int line, unsigned int code) { m_State.StartException(line).Throw(code); }
+
+    Vorn::Exceptions::CExceptionLog Continue(Vorn::Exceptions::SOURCE_INFO& source)
+    {
+        return m_State.ContinueException(source);
+    }
+
+private:
+    Vorn::Threading::CThrowState m_State;
+};
+
+// Runs body(frame). An error that passes through gets one line of context, the format filled with
+// at most one text, and is raised again.
+template <class Body, class... Text>
+inline void WithContext(Vorn::Exceptions::SOURCE_INFO& source, const char* format, Body&& body,
+                        const Text&... text)
+{
+    CCallFrame frame;
+    try {
+        std::forward<Body>(body)(frame);
+    } catch (unsigned int) {
+        auto log = frame.Continue(source);
+        (log.Format(format) << ... << text);
+        log.Throw();
+    }
+}
+
+// Runs body() and absorbs an error that it raises, also where throwing is disabled. True when
+// there was one.
+template <class Body>
+inline bool Absorbs(Vorn::Exceptions::SOURCE_INFO& source, Body&& body)
+{
+    Vorn::Threading::CThrowState state;
+    state.Enable();
+    try {
+        std::forward<Body>(body)();
+    } catch (unsigned int) {
+        state.ContinueException(source);
+        state.Restore();
+        return true;
+    } catch (...) {
+        state.Restore();
+        throw;
+    }
+    state.Restore();
+    return false;
+}
+
+} // namespace VornEx::Internals

@@ -1,0 +1,8 @@
+// All platform services.
+#pragma once
+
+#include <vornex/Module.h>
+#include <vornex/Numbers.h>
+#include <vornex/SystemLog.h>
+#include <vornex/SystemTime.h>
+#include <vornex/Utilities.h>
