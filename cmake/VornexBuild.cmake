@@ -16,7 +16,12 @@ endif()
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
 
-# vornex_library(NAME EXPORT_NAME SOURCES...): one of the two shared libraries.
+# An installed tree finds its own libraries wherever it stands; below /usr the system does.
+if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+  set(CMAKE_INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+endif()
+
+# vornex_library(NAME SOURCES...): one of the two shared libraries.
 function(vornex_library name)
   add_library(${name} ${ARGN})
   add_library(vornex::${name} ALIAS ${name})
