@@ -88,8 +88,9 @@ typename Conversion::Result Convert(const Conversion& conversion,
             errno = 0;
             char* end = nullptr;
             const auto value = conversion.m_Convert(text, &end, base);
-            // A base that does not exist leaves the end where it was.
-            const char* const behind = end != nullptr ? end : text;
+            // What the C library does with a base that does not exist is its own affair.
+            const bool isBase = base == 0 || (base >= 2 && base <= 36);
+            const char* const behind = isBase && end != nullptr ? end : text;
             result = Fit<typename Conversion::Result>(value, text);
             if (errno == ERANGE)
                 frame.Raise(conversion.m_RangeLine, NumberOutOfRange);

@@ -1,6 +1,6 @@
-// catopen(3) believes the table sizes in a catalogue's header and reads outside the file when they
-// are wrong. So the search that it would make is made here, each file found is held against its own
-// size, and only a sound one is handed to it by its full path.
+// catopen(3) believes the sizes and offsets in a catalogue and reads outside the file when they are
+// wrong. So the search that it would make is made here, each file found is looked through first,
+// and only a sound one is handed to it by its full path.
 //
 // The file as gencat(1) writes it, all words 32 bits in the byte order of the writer:
 //
@@ -13,6 +13,7 @@
 #include <clocale>
 #include <cstdint>
 #include <cstdlib>
+#include <vector>
 
 #include <fcntl.h>
 #include <nl_types.h>
@@ -96,53 +97,70 @@ void Expand(const char*& at, const char* file, const CLocaleName& locale, String
         path << file;
 }
 
-bool ReadExact(int descriptor, void* buffer, std::size_t size, std::uint64_t position)
+// The whole file; empty when it cannot be read or is larger than any catalogue of messages.
+std::vector<unsigned char> Content(const char* path)
 {
-    char* at = static_cast<char*>(buffer);
-    while (size != 0) {
-        const ssize_t got = pread(descriptor, at, size, static_cast<off_t>(position));
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got <= 0)
-            return false;
-        at += got;
-        size -= static_cast<std::size_t>(got);
-        position += static_cast<std::uint64_t>(got);
-    }
-    return true;
-}
+    constexpr off_t MostBytes = 16 * 1024 * 1024;
 
-// Whether the tables that the header announces lie inside the file, with texts behind them.
-bool IsSound(int descriptor)
-{
-    struct stat status
-    {};
-    std::uint32_t header[3];
-    if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode) ||
-        !ReadExact(descriptor, header, sizeof header, 0))
-        return false;
-    if (header[0] == MagicSwapped) {
-        for (auto& word : header)
-            word = __builtin_bswap32(word);
-    }
-    if (header[0] != Magic)
-        return false;
-
-    const auto fileSize = static_cast<std::uint64_t>(status.st_size);
-    constexpr std::uint64_t BytesPerSlot = 2 * 3 * sizeof(std::uint32_t);
-    const std::uint64_t slots = static_cast<std::uint64_t>(header[1]) * header[2];
-    return slots != 0 && slots <= fileSize / BytesPerSlot &&
-           sizeof header + slots * BytesPerSlot < fileSize;
-}
-
-bool SoundFile(const char* path)
-{
+    std::vector<unsigned char> content;
     const int descriptor = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (descriptor < 0)
-        return false;
-    const bool sound = IsSound(descriptor);
+        return content;
+    struct stat status
+    {};
+    if (fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) && status.st_size <= MostBytes) {
+        content.resize(static_cast<std::size_t>(status.st_size));
+        std::size_t filled = 0;
+        while (filled < content.size()) {
+            const ssize_t got = read(descriptor, content.data() + filled, content.size() - filled);
+            if (got < 0 && errno == EINTR)
+                continue;
+            if (got <= 0)
+                break;
+            filled += static_cast<std::size_t>(got);
+        }
+        content.resize(filled);
+    }
     close(descriptor);
-    return sound;
+    return content;
+}
+
+std::uint32_t LittleEndian(const unsigned char* at)
+{
+    return at[0] | static_cast<std::uint32_t>(at[1]) << 8U |
+           static_cast<std::uint32_t>(at[2]) << 16U | static_cast<std::uint32_t>(at[3]) << 24U;
+}
+
+// Whether the tables that the header announces lie inside the file, and every text that they name
+// does too, with its terminator.
+bool IsSound(const std::vector<unsigned char>& content)
+{
+    constexpr std::size_t HeaderSize = 3 * sizeof(std::uint32_t);
+    constexpr std::size_t RowSize = 3 * sizeof(std::uint32_t);
+
+    if (content.size() < HeaderSize)
+        return false;
+    const std::uint32_t magic = LittleEndian(content.data());
+    if (magic != Magic && magic != MagicSwapped)
+        return false;
+    const auto size = [&](std::size_t word) {
+        const std::uint32_t value = LittleEndian(content.data() + word * sizeof(std::uint32_t));
+        return static_cast<std::uint64_t>(magic == Magic ? value : __builtin_bswap32(value));
+    };
+    const std::uint64_t rows = size(1) * size(2);
+    if (rows == 0 || rows > content.size() / (2 * RowSize) ||
+        HeaderSize + rows * 2 * RowSize >= content.size())
+        return false;
+
+    const std::size_t texts = HeaderSize + static_cast<std::size_t>(rows) * 2 * RowSize;
+    std::size_t lastEnd = content.size();
+    while (lastEnd > texts && content[lastEnd - 1] != 0)
+        --lastEnd;
+    for (std::size_t row = 0; row < rows; ++row)
+        if (LittleEndian(content.data() + HeaderSize + row * RowSize + 2 * sizeof(std::uint32_t)) >=
+            lastEnd - texts)
+            return false;
+    return true;
 }
 
 bool TextFrom(const char* path, unsigned int set, unsigned int number, Strings::CStringVar& text)
@@ -182,7 +200,7 @@ bool CatalogueText(const char* file, unsigned int set, unsigned int number,
         // A path without a slash would make catopen search again.
         if (std::strchr(path.m_Text, '/') == nullptr)
             path = Strings::CStringRef(std::string("./") + path.m_Text);
-        if (SoundFile(path.m_Text))
+        if (IsSound(Content(path.m_Text)))
             return TextFrom(path.m_Text, set, number, text);
     }
     return false;

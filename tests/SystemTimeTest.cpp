@@ -1,0 +1,275 @@
+// Dates, time values and weekday rules in several zones.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
+#include <string>
+#include <thread>
+
+#include <dlfcn.h>
+#include <sys/sysinfo.h>
+#include <sys/time.h>
+
+#include <vorn/Threading.h>
+#include <vornex/Module.h>
+#include <vornex/SystemTime.h>
+
+using VornEx::CSystemDate_Lx;
+using VornEx::CSystemTime_Lx;
+
+namespace {
+
+bool g_ClockFails = false;
+bool g_SystemInfoFails = false;
+int g_FailingConversions = 0;
+
+// The C library's own, found behind the definitions below.
+template <class Function>
+Function* Next(const char* name)
+{
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+} // namespace
+
+extern "C" int gettimeofday(timeval* time, void* /*zone*/) noexcept
+{
+    if (g_ClockFails) {
+        errno = EFAULT;
+        return -1;
+    }
+    *time = {1700000000, 987654};
+    return 0;
+}
+extern "C" int sysinfo(struct sysinfo* info) noexcept
+{
+    info->uptime = 3000000; // beyond 2^31 in milliseconds
+    return g_SystemInfoFails ? -1 : 0;
+}
+extern "C" std::time_t mktime(std::tm* calendar) noexcept
+{
+    if (g_FailingConversions > 0) {
+        --g_FailingConversions;
+        return -1;
+    }
+    static auto* const next = Next<std::time_t(std::tm*)>("mktime");
+    return next(calendar);
+}
+
+namespace {
+
+constexpr const char* Berlin = "CET-1CEST,M3.5.0,M10.5.0/3";
+constexpr const char* NewYork = "EST5EDT,M3.2.0,M11.1.0";
+
+CSystemDate_Lx Date(std::uint32_t year, std::uint32_t month, std::uint32_t day,
+                    std::uint32_t hour = 0, std::uint32_t minute = 0, std::uint32_t second = 0)
+{
+    return {year, month, day, 0, 0, hour, minute, second, 0};
+}
+
+unsigned long long Time(const CSystemDate_Lx& date)
+{
+    unsigned long long milliseconds = 4711;
+    CSystemTime_Lx::GetTime(date, milliseconds);
+    return milliseconds;
+}
+
+std::string Text(const CSystemDate_Lx& date)
+{
+    char text[64];
+    std::snprintf(text, sizeof text, "%u-%02u-%02u %02u:%02u:%02u w%u dst%d", date.m_Year,
+                  date.m_Month, date.m_Day, date.m_Hour, date.m_Minute, date.m_Second,
+                  date.m_DayOfWeek, static_cast<int>(date.m_DaylightSaving));
+    return text;
+}
+
+std::string TextOf(unsigned long long milliseconds)
+{
+    CSystemDate_Lx date{};
+    CSystemTime_Lx::GetDate(milliseconds, date);
+    return Text(date);
+}
+
+class SystemTime : public testing::Test
+{
+protected:
+    void SetUp() override { setenv("TZ", "UTC", 1); }
+};
+
+TEST_F(SystemTime, DatesCompareByTheirMoment)
+{
+    const CSystemDate_Lx base = Date(2024, 6, 15, 12, 30, 45);
+    CSystemDate_Lx same = base;
+    same.m_DayOfWeek = 3;
+    same.m_Week = 2;
+    same.m_DaylightSaving = 1;
+    EXPECT_TRUE(base == same && base <= same && base >= same);
+    EXPECT_FALSE(base != same || base < same || base > same);
+
+    // Each field decides over all that follow it.
+    std::uint32_t CSystemDate_Lx::*const fields[] = {
+        &CSystemDate_Lx::m_Year, &CSystemDate_Lx::m_Month,  &CSystemDate_Lx::m_Day,
+        &CSystemDate_Lx::m_Hour, &CSystemDate_Lx::m_Minute, &CSystemDate_Lx::m_Second};
+    for (std::size_t at = 0; at < std::size(fields); ++at) {
+        CSystemDate_Lx later = base;
+        later.*fields[at] += 1;
+        for (std::size_t behind = at + 1; behind < std::size(fields); ++behind)
+            later.*fields[behind] = 0;
+        EXPECT_TRUE(base < later && later > base && base <= later && later >= base && base != later)
+            << at;
+        EXPECT_FALSE(later < base || base > later || later <= base || base >= later) << at;
+    }
+    EXPECT_TRUE(Date(2024, 1, 1) < Date(0xFFFFFFFF, 1, 1)) << "unsigned";
+}
+
+TEST_F(SystemTime, DateToTime)
+{
+    const unsigned long long day = 86400000;
+    const unsigned long long may = 1682935200000; // 2023-05-01 10:00 UTC
+    struct
+    {
+        const char* m_What;
+        CSystemDate_Lx m_Date;
+        unsigned long long m_Time;
+    } const rows[] = {
+        {"the epoch", Date(1970, 1, 1), 0},
+        {"31 April is 1 May", Date(2023, 4, 31, 10), may},
+        {"1 May", Date(2023, 5, 1, 10), may},
+        {"30 February is 1 March", Date(2023, 2, 30), 1677628800000},
+        {"31 February is 1 March, not the 3rd", Date(2023, 2, 31), 1677628800000},
+        {"29 February of a common year", Date(2023, 2, 29), 1677628800000},
+        {"29 February", Date(2024, 2, 29), 1709164800000},
+        {"45 January is 1 February", Date(2023, 1, 45), 1675209600000},
+        {"32 December", Date(2023, 12, 32), 1704067200000},
+        {"31 December", Date(2023, 12, 31), 1704067200000 - day},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(Time(row.m_Date), row.m_Time) << row.m_What;
+
+    g_FailingConversions = 1;
+    EXPECT_EQ(Time(Date(2024, 5, 1)), 4711U) << "a failed conversion changes nothing";
+    g_FailingConversions = 1;
+    EXPECT_EQ(Time(Date(2024, 2, 29)), 1709251200000U) << "29 February tries 1 March";
+    g_FailingConversions = 2;
+    EXPECT_EQ(Time(Date(2024, 2, 29)), static_cast<unsigned long long>(-1000)) << "whatever it is";
+    EXPECT_EQ(Time(Date(0xFFFFFFFF, 0xFFFFFFFF, 1)), Time(Date(0xFFFFFFFF, 0xFFFFFFFF, 1)));
+}
+
+TEST_F(SystemTime, TimeToDateFollowsTheZoneOfTheMoment)
+{
+    const unsigned long long summer = 1720000000000; // 2024-07-03 09:46:40 UTC
+    EXPECT_EQ(TextOf(summer + 999), "2024-07-03 09:46:40 w3 dst0");
+    setenv("TZ", Berlin, 1);
+    EXPECT_EQ(TextOf(summer), "2024-07-03 11:46:40 w3 dst1");
+    EXPECT_EQ(Time(Date(2024, 7, 3, 11, 46, 40)), summer);
+    setenv("TZ", NewYork, 1);
+    EXPECT_EQ(TextOf(summer), "2024-07-03 05:46:40 w3 dst1");
+    for (const unsigned long long time :
+         {0ULL, 951782400000ULL, 1709251199000ULL, 2147483647000ULL})
+        for (const char* const zone : {"UTC", Berlin, NewYork}) {
+            setenv("TZ", zone, 1);
+            CSystemDate_Lx date{};
+            CSystemTime_Lx::GetDate(time, date);
+            EXPECT_EQ(Time(date), time) << zone;
+        }
+
+    CSystemDate_Lx untouched = Date(1, 2, 3);
+    CSystemTime_Lx::GetDate(~0ULL, untouched);
+    CSystemTime_Lx::GetDate(0, untouched);
+    EXPECT_EQ(untouched.m_Week, 0U) << "never written";
+}
+
+TEST_F(SystemTime, WeekdayRules)
+{
+    struct
+    {
+        std::uint32_t m_Month, m_Week, m_Weekday, m_Year;
+        const char* m_Day;
+    } const rows[] = {
+        {3, 5, 0, 2024, "2024-03-31"},  // the last Sunday of March
+        {11, 2, 1, 2024, "2024-11-11"}, // the second Monday of November
+        {12, 5, 2, 2024, "2024-12-31"}, // looks into the next year and steps back
+        {12, 5, 3, 2024, "2024-12-25"},
+        {2, 5, 4, 2024, "2024-02-29"},
+        {2, 5, 5, 2023, "2023-02-24"},
+        {9, 1, 0, 2024, "2024-09-01"}, // the first is the weekday itself
+        {9, 1, 6, 2024, "2024-09-07"},
+        {9, 4, 6, 2024, "2024-09-28"},
+        {9, 77, 6, 2024, "2024-09-28"}, // above 4 is the last
+    };
+    for (const char* const zone : {"UTC", Berlin, NewYork}) {
+        setenv("TZ", zone, 1);
+        for (const auto& row : rows) {
+            CSystemDate_Lx rule = Date(row.m_Year, row.m_Month, 0, 12, 5, 9);
+            rule.m_Week = row.m_Week;
+            rule.m_DayOfWeek = row.m_Weekday;
+            rule.m_DaylightSaving = static_cast<std::uint32_t>(-1);
+            CSystemDate_Lx date{};
+            CSystemTime_Lx::GetDateByWeek(rule, date);
+            EXPECT_EQ(Text(date).substr(0, 10), row.m_Day) << zone << " week " << row.m_Week;
+            EXPECT_EQ(date.m_Week, row.m_Week);
+            EXPECT_EQ(date.m_DayOfWeek, row.m_Weekday);
+            EXPECT_EQ(date.m_Second, 9U);
+            CSystemTime_Lx::GetDateByWeek(rule, rule); // the record itself as output
+            EXPECT_EQ(Text(rule), Text(date));
+        }
+    }
+    setenv("TZ", "UTC", 1);
+    CSystemDate_Lx date{};
+    CSystemDate_Lx week0 = Date(2024, 9, 0);
+    CSystemTime_Lx::GetDateByWeek(week0, date);
+    EXPECT_EQ(static_cast<int>(date.m_Day), -6) << "seven below the first Sunday";
+    g_FailingConversions = 1; // then the moment -1, a Wednesday, is what is looked at
+    CSystemTime_Lx::GetDateByWeek(week0, date);
+    EXPECT_EQ(date.m_Year, 1969U);
+    CSystemTime_Lx::GetDateByWeek(Date(0xFFFFFFFF, 12, 1), date); // absurd, and no fault
+}
+
+TEST_F(SystemTime, NowAndUpTime)
+{
+    EXPECT_EQ(CSystemTime_Lx::Now(), 1700000000987ULL);
+    EXPECT_EQ(CSystemTime_Lx::UpTime(), 3000000000ULL);
+    g_SystemInfoFails = true;
+    EXPECT_EQ(CSystemTime_Lx::UpTime(), 0U);
+
+    g_ClockFails = true;
+    unsigned int code = 0;
+    try {
+        CSystemTime_Lx::Now();
+    } catch (unsigned int raised) {
+        code = raised;
+    }
+    const auto& error = Vorn::Exceptions::LastError();
+    EXPECT_EQ(code, VornEx::TimeCallFailed);
+    EXPECT_EQ(error.Line(), 25U);
+    ASSERT_EQ(error.Context().size(), 1U);
+    EXPECT_TRUE(error.Context()[0].m_Text == "CSystemTime::Now ()");
+    EXPECT_EQ(error.Context()[0].m_Line, 28U);
+    const Vorn::Threading::CThrowDisable guard;
+    EXPECT_EQ(CSystemTime_Lx::Now(), 0U);
+    g_ClockFails = g_SystemInfoFails = false;
+}
+
+// localtime's buffer belongs to the host.
+TEST_F(SystemTime, OtherThreadsAreNotDisturbed)
+{
+    const std::time_t moment = 86400;
+    const std::tm* const shared = std::localtime(&moment);
+    std::atomic<bool> wrong{false};
+    std::thread threads[2];
+    for (auto& thread : threads)
+        thread = std::thread([&wrong] {
+            for (int round = 0; round < 2000; ++round)
+                if (TextOf(1720000000000) != "2024-07-03 09:46:40 w3 dst0")
+                    wrong = true;
+        });
+    for (auto& thread : threads)
+        thread.join();
+    EXPECT_FALSE(wrong);
+    EXPECT_EQ(shared->tm_mday, 2);
+    EXPECT_EQ(shared->tm_year, 70);
+}
+
+} // namespace

@@ -1,0 +1,125 @@
+// Trace lines: the gate, the sink, and both from several threads.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include <vorn/Trace.h>
+#include <vornex/vornex.h>
+
+using Vorn::Internals::SetTraceSink;
+
+namespace {
+
+auto& Mask()
+{
+    return VornEx::VORN_MODULE_INFO_VornEx.m_TraceMask;
+}
+
+// A field whose conversion is counted.
+struct CCounted
+{
+    operator Vorn::Strings::CSubStringRef() const // NOLINT(google-explicit-constructor)
+    {
+        ++s_Conversions;
+        return "counted";
+    }
+    static inline int s_Conversions = 0;
+};
+
+void TraceOne(unsigned int level)
+{
+    Vorn::Internals::Trace(VornEx::VORN_MODULE_INFO_VornEx, level, "Src/Here.cpp", 11,
+                           "text %s %d%%", CCounted{}, -3);
+}
+
+class Trace : public testing::Test
+{
+protected:
+    void TearDown() override
+    {
+        Mask() = 0;
+        SetTraceSink({});
+    }
+};
+
+TEST_F(Trace, NothingIsBuiltWhileTheBitIsClear)
+{
+    std::vector<std::string> lines;
+    SetTraceSink([&lines](const Vorn::Internals::CTraceLine& line) {
+        lines.push_back(std::string(line.m_Module) + "|" + std::to_string(line.m_Level) + "|" +
+                        line.m_Source + "|" + std::to_string(line.m_Line) + "|" +
+                        std::string(std::string_view(line.m_Text)));
+    });
+    for (const unsigned int mask : {0U, 0x2U, ~0x10U}) {
+        Mask() = mask;
+        TraceOne(0x10);
+    }
+    EXPECT_EQ(CCounted::s_Conversions, 0);
+    EXPECT_TRUE(lines.empty());
+
+    Mask() = 0x10;
+    TraceOne(0x10);
+    EXPECT_EQ(CCounted::s_Conversions, 1);
+    EXPECT_EQ(lines, std::vector<std::string>{"vornex|16|Src/Here.cpp|11|text counted -3%"});
+}
+
+TEST_F(Trace, ServiceLineArrives)
+{
+    std::string text;
+    unsigned int at = 0;
+    SetTraceSink([&](const Vorn::Internals::CTraceLine& line) {
+        text = std::string_view(line.m_Text);
+        at = line.m_Line;
+    });
+    Mask() = 0x10;
+    unsigned int cores = 0;
+    unsigned int logical = 0;
+    bool hyperThreading = false;
+    VornEx::processorInfo(cores, logical, hyperThreading);
+    EXPECT_EQ(text, "processorInfo () " + std::to_string(cores) + " Cores, " +
+                        std::to_string(logical) + " logical CPU's, HyperThreading " +
+                        (hyperThreading ? "true" : "false"));
+    EXPECT_EQ(at, 84U);
+}
+
+TEST_F(Trace, DefaultSinkWritesOneLineToStandardError)
+{
+    Mask() = 0x2;
+    testing::internal::CaptureStderr();
+    Vorn::Internals::Trace(VornEx::VORN_MODULE_INFO_VornEx, 0x2, "Src/Here.cpp", 12, "%s",
+                           "odd %s text");
+    const std::string line = testing::internal::GetCapturedStderr();
+    ASSERT_GT(line.size(), 20U);
+    EXPECT_EQ(line.substr(19), " vornex 0x02 Src/Here.cpp:12 odd %s text\n");
+}
+
+TEST_F(Trace, SinkIsReplacedWhileThreadsWrite)
+{
+    std::atomic<int> seen{0};
+    std::atomic<bool> stop{false};
+    SetTraceSink([&seen](const auto&) { ++seen; });
+    Mask() = 0x10;
+    std::vector<std::thread> writers;
+    for (int count = 0; count < 3; ++count)
+        writers.emplace_back([&stop] {
+            while (!stop)
+                TraceOne(0x10);
+        });
+    for (int round = 0; round < 500 || seen < 1000; ++round) {
+        // Each sink owns what it counts into; the old one goes when its last line is done.
+        auto own = std::make_shared<std::atomic<int>>(0);
+        SetTraceSink([&seen, own](const auto&) {
+            ++*own;
+            ++seen;
+            throw 1; // swallowed
+        });
+    }
+    stop = true;
+    for (auto& writer : writers)
+        writer.join();
+    EXPECT_GE(seen.load(), 1000);
+}
+
+} // namespace
