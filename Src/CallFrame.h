@@ -11,7 +11,7 @@
 
 namespace VornEx::Internals {
 
-// The throw state of one call, put back on every way out.
+// What a raising function's body is called with.
 class CCallFrame
 {
 public:
@@ -20,7 +20,6 @@ public:
         if (Vorn::Internals::CThrowStateData::m_DisableCnt.load(std::memory_order_relaxed) != 0)
             m_State.Init();
     }
-    ~CCallFrame() { m_State.Restore(); }
     CCallFrame(const CCallFrame&) = delete;
     CCallFrame& operator=(const CCallFrame&) = delete;
 
@@ -31,6 +30,9 @@ public:
     {
         return m_State.ContinueException(source);
     }
+
+    // On every way out. No destructor, which would be one more stop for every passing error.
+    void Leave() { m_State.Restore(); }
 
 private:
     Vorn::Threading::CThrowState m_State;
@@ -48,8 +50,14 @@ inline void WithContext(Vorn::Exceptions::SOURCE_INFO& source, const char* forma
     } catch (unsigned int) {
         auto log = frame.Continue(source);
         (log.Format(format) << ... << text);
+        frame.Leave();
         log.Throw();
+        return;
+    } catch (...) {
+        frame.Leave();
+        throw;
     }
+    frame.Leave();
 }
 
 // Runs body() and absorbs an error that it raises, also where throwing is disabled. True when

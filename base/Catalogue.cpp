@@ -100,7 +100,7 @@ void Expand(const char*& at, const char* file, const CLocaleName& locale, String
 // The whole file; empty when it cannot be read or is larger than any catalogue of messages.
 std::vector<unsigned char> Content(const char* path)
 {
-    constexpr off_t MostBytes = 16 * 1024 * 1024;
+    constexpr off_t MostBytes = off_t{16} << 20U;
 
     std::vector<unsigned char> content;
     const int descriptor = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
@@ -165,7 +165,7 @@ bool IsSound(const std::vector<unsigned char>& content)
 
 bool TextFrom(const char* path, unsigned int set, unsigned int number, Strings::CStringVar& text)
 {
-    const nl_catd catalogue = catopen(path, NL_CAT_LOCALE);
+    nl_catd catalogue = catopen(path, NL_CAT_LOCALE);
     // NOLINTNEXTLINE(performance-no-int-to-ptr): the failure value that catopen defines
     if (catalogue == reinterpret_cast<nl_catd>(-1))
         return false;

@@ -1,8 +1,10 @@
-// The error record, raising and continuing. How a raise decides whether to leave is Threading.cpp.
+// The error record, raising and continuing. How a raise decides whether to leave is Threading.cpp;
+// where it leaves is the end of a format stream, FormatStream.cpp.
 #include <vorn/Exceptions.h>
 
-#include <cstdint>
-#include <exception>
+#include <new>
+
+#include <cxxabi.h>
 
 #include <vorn/ModuleInfo.h>
 #include <vorn/Threading.h>
@@ -18,12 +20,6 @@ CErrorRecord& ThreadRecord()
 {
     thread_local CErrorRecord record;
     return record;
-}
-
-void Leave(void* code)
-{
-    if (!Threading::Declines())
-        throw static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(code));
 }
 
 } // namespace
@@ -50,9 +46,7 @@ Output_Streams::CFormatStream CException::Throw(unsigned int code, const char* d
 {
     CErrorRecord& record = ThreadRecord();
     record.Begin(code, m_Line);
-    void* const argument = reinterpret_cast<void*>( // NOLINT(performance-no-int-to-ptr)
-        static_cast<std::uintptr_t>(code));
-    return Output_Streams::CFormatStream(&record.m_Detail, detailFormat, Leave, argument);
+    return Output_Streams::CFormatStream(&record.m_Detail, detailFormat, code);
 }
 
 CExceptionLog::CExceptionLog(SOURCE_INFO& source) : m_Source(source)
@@ -74,17 +68,12 @@ Output_Streams::CFormatStream CExceptionLog::Format(const char* format)
     } catch (const std::bad_alloc&) {
         // The error matters more than where it passed: the line is dropped.
     }
-    return Output_Streams::CFormatStream(
-        text, format, [](void*) {}, nullptr);
+    return Output_Streams::CFormatStream(text, format, 0U);
 }
 
-void CExceptionLog::Throw()
+bool CExceptionLog::Leaves()
 {
-    if (Threading::Declines())
-        return;
-    if (std::current_exception() != nullptr)
-        throw;
-    throw ThreadRecord().Code();
+    return !Threading::Declines() && abi::__cxa_current_exception_type() != nullptr;
 }
 
 } // namespace Vorn::Exceptions

@@ -6,6 +6,7 @@
 #include <exception>
 
 #include <vorn/StringVar.h>
+#include <vorn/Threading.h>
 
 namespace Vorn::Output_Streams {
 
@@ -45,8 +46,6 @@ unsigned int ReadCount(const char*& at)
 } // namespace
 
 namespace Base_Classes {
-
-CFormatStreamBuffer::~CFormatStreamBuffer() = default;
 
 CFormatStream CFormatStreamBuffer::Format(const char* format)
 {
@@ -91,13 +90,19 @@ CFormatStream::CFormatStream(Base_Classes::CFormatStreamBuffer& buffer, const ch
       m_Unwinding(std::uncaught_exceptions())
 {}
 
-CFormatStream::CFormatStream(Strings::CStringVar* target, const char* format, Completion completion,
-                             void* argument)
+CFormatStream::CFormatStream(Strings::CStringVar* target, const char* format)
     : m_StringBuffer(target), m_Buffer(&m_StringBuffer), m_Format(format != nullptr ? format : ""),
-      m_Completion(completion), m_Argument(argument), m_Unwinding(std::uncaught_exceptions())
+      m_Unwinding(std::uncaught_exceptions())
 {}
 
-CFormatStream::~CFormatStream() noexcept(false)
+CFormatStream::CFormatStream(Strings::CStringVar* text, const char* format, unsigned int raise)
+    : CFormatStream(text, format)
+{
+    m_OfRecord = true;
+    m_Raise = raise;
+}
+
+bool CFormatStream::Complete()
 {
     const bool unwinding = std::uncaught_exceptions() > m_Unwinding;
     try {
@@ -106,11 +111,10 @@ CFormatStream::~CFormatStream() noexcept(false)
         }
         m_Buffer->SignalFormatEnd();
     } catch (...) {
-        if (!unwinding && m_Completion == nullptr)
+        if (!unwinding && !m_OfRecord)
             throw;
     }
-    if (m_Completion != nullptr && !unwinding)
-        m_Completion(m_Argument);
+    return m_Raise != 0 && !unwinding && !Threading::Declines();
 }
 
 CFormatStream& CFormatStream::FormatInt(unsigned int value)

@@ -179,6 +179,8 @@ void CStringVar::MoveFrom(CStringVar& other)
 
 void CStringVar::Release(CStorage next) noexcept
 {
+    // While a string is built or destroyed its storage is what the base class has, none.
+    // NOLINTNEXTLINE(clang-analyzer-optin.cplusplus.VirtualCall)
     const char* const initial = InitialStorage().m_Text;
     if (m_Capacity != 0 && m_Text != initial)
         delete[] m_Text;

@@ -4,7 +4,8 @@ set(VORNEX_WARNINGS -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
 if(VORNEX_WERROR)
   list(APPEND VORNEX_WARNINGS -Werror)
 endif()
-add_compile_options(${VORNEX_WARNINGS} -fvisibility=hidden -fvisibility-inlines-hidden)
+# No lazy binding: calls between libraries go straight through the table.
+add_compile_options(${VORNEX_WARNINGS} -fvisibility=hidden -fvisibility-inlines-hidden -fno-plt)
 
 if(VORNEX_SANITIZE)
   add_compile_options(-fsanitize=${VORNEX_SANITIZE} -fno-sanitize-recover=all

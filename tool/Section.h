@@ -9,6 +9,7 @@
 namespace Tool {
 
 // What one section found: for a person, for a program, and what went wrong meanwhile.
+// NOLINTNEXTLINE(bugprone-exception-escape): moving JSON does not throw
 struct CSection
 {
     CText m_Text;

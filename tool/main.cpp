@@ -3,6 +3,7 @@
 
 #include "Program.h"
 
+// NOLINTNEXTLINE(bugprone-exception-escape): only memory running out here ends the program so
 int main(int count, char** words)
 {
     std::setlocale(LC_ALL, "");

@@ -94,10 +94,18 @@ public:
 
     // The text of this line of context.
     Output_Streams::CFormatStream Format(const char* format);
-    // Raises the error that is being handled again; comes back when the raise declines.
-    void Throw();
+    // Raises the error that is being handled again; comes back when the raise declines, and when
+    // none is being handled. Inline, so that there is no frame more to unwind.
+    void Throw()
+    {
+        if (Leaves())
+            throw;
+    }
 
 private:
+    // True while an error is being handled and raises do not decline.
+    static bool Leaves();
+
     SOURCE_INFO& m_Source;
 };
 

@@ -17,6 +17,11 @@
 #include <vorn/Export.h>
 #include <vorn/StringRef.h>
 
+namespace Vorn::Exceptions {
+class CException;
+class CExceptionLog;
+} // namespace Vorn::Exceptions
+
 namespace Vorn::Output_Streams {
 
 class CFormatStream;
@@ -28,7 +33,8 @@ namespace Base_Classes {
 class VORN_EXPORT CFormatStreamBuffer
 {
 public:
-    virtual ~CFormatStreamBuffer();
+    // Inline and empty: streams are unwound through while errors are raised.
+    virtual ~CFormatStreamBuffer() = default;
 
     // A stream over this buffer, which must outlive it.
     CFormatStream Format(const char* format);
@@ -69,19 +75,21 @@ private:
 class VORN_EXPORT CFormatStream
 {
 public:
-    // Called when the stream is completed, behind the last byte; may throw.
-    using Completion = void (*)(void* argument);
-
     // Format and buffer must outlive the stream.
     CFormatStream(Base_Classes::CFormatStreamBuffer& buffer, const char* format);
-    // Appends to the string; a null string drops the output. The completion is not called when an
-    // exception is on its way by then; with one, failing to append is no error.
-    CFormatStream(Strings::CStringVar* target, const char* format, Completion completion = nullptr,
-                  void* argument = nullptr);
+    // Appends to the string; a null string drops the output.
+    CFormatStream(Strings::CStringVar* target, const char* format);
     CFormatStream(const CFormatStream&) = delete;
     CFormatStream& operator=(const CFormatStream&) = delete;
-    // Writes the rest of the format and completes the output. Throws what the completion throws.
-    ~CFormatStream() noexcept(false);
+    // Writes the rest of the format and completes the output. Throws what the buffer throws, unless
+    // an exception is on its way already; a stream of an error record never throws that, but raises
+    // its error.
+    // Inline, so that a raise leaves from the raising function and no frame more is unwound.
+    ~CFormatStream() noexcept(false)
+    {
+        if (Complete())
+            throw m_Raise;
+    }
 
     // A number field; the value counts as signed when the field is %d or %i.
     CFormatStream& FormatInt(unsigned int value);
@@ -90,8 +98,15 @@ public:
     CFormatStream& operator<<(const Strings::CSubStringRef& text);
 
 private:
+    friend class Exceptions::CException;
+    friend class Exceptions::CExceptionLog;
     struct CField;
 
+    // A text of an error record: best effort, then the code is raised, 0 for none.
+    CFormatStream(Strings::CStringVar* text, const char* format, unsigned int raise);
+
+    // True when the stream's error is to be raised.
+    bool Complete();
     // Writes literal text up to the next field; false when the format holds no further one.
     bool NextField(CField& field);
     void Put(const CField& field, const char* prefix, unsigned int zeros, const char* text,
@@ -101,8 +116,8 @@ private:
     CChrStreamBuffer m_StringBuffer;
     Base_Classes::CFormatStreamBuffer* m_Buffer;
     const char* m_Format;
-    Completion m_Completion = nullptr;
-    void* m_Argument = nullptr;
+    bool m_OfRecord = false;
+    unsigned int m_Raise = 0;
     int m_Unwinding = 0;
 };
 

@@ -27,7 +27,7 @@ struct VORN_EXPORT CLanguageSupport
         // defaults must outlive the object. Nothing is opened here.
         CLngFile(const char* file, unsigned int language, const char* encoding, unsigned int set,
                  const char** defaults, unsigned int count);
-        ~CLngFile();
+        ~CLngFile(); // NOLINT(performance-trivially-destructible): part of the interface
         CLngFile(const CLngFile&) = delete;
         CLngFile& operator=(const CLngFile&) = delete;
 

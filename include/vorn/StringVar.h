@@ -23,11 +23,12 @@ public:
     CStringVar() = default;
     explicit CStringVar(const CSubStringRef& text);
     CStringVar(const CStringVar& other);
-    CStringVar(CStringVar&& other); // copies a text that lives inside other, which can throw
+    // Moving copies a text that lives inside other, which can throw.
+    CStringVar(CStringVar&& other); // NOLINT(performance-noexcept-move-constructor)
     virtual ~CStringVar();
 
     CStringVar& operator=(const CStringVar& other);
-    CStringVar& operator=(CStringVar&& other);
+    CStringVar& operator=(CStringVar&& other); // NOLINT(performance-noexcept-move-constructor)
     // The text may be a part of this string.
     CStringVar& operator=(const CStringRef& text);
     CStringVar& operator=(const char* text);
@@ -109,7 +110,8 @@ public:
 
     TString& operator=(const TString& other)
     {
-        CStringVar::operator=(other);
+        if (this != &other)
+            Assign(other.m_Text, other.m_Length);
         return *this;
     }
     TString& operator=(TString&& other) noexcept
