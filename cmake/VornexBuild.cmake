@@ -7,6 +7,9 @@ endif()
 # No lazy binding: calls between libraries go straight through the table.
 add_compile_options(${VORNEX_WARNINGS} -fvisibility=hidden -fvisibility-inlines-hidden -fno-plt)
 
+# Disks and files beyond 2 GiB on 32-bit machines too.
+add_compile_definitions(_FILE_OFFSET_BITS=64)
+
 if(VORNEX_SANITIZE)
   add_compile_options(-fsanitize=${VORNEX_SANITIZE} -fno-sanitize-recover=all
                       -fno-omit-frame-pointer -g)

@@ -61,6 +61,7 @@ private:
 // The subcommands, one a source file.
 void AddReport(CProgram& program);
 void AddCpu(CProgram& program);
+void AddDisks(CProgram& program);
 void AddTime(CProgram& program);
 void AddLog(CProgram& program);
 void AddNumber(CProgram& program);

@@ -20,10 +20,8 @@ struct CRow
 };
 
 constexpr CRow Sections[] = {
-    {"host", HostSection},
-    {"processor", ProcessorSection},
-    {"time", TimeSection},
-    {"library", LibrarySection},
+    {"host", HostSection},   {"processor", ProcessorSection}, {"time", TimeSection},
+    {"disks", DisksSection}, {"library", LibrarySection},
 };
 
 struct COptions

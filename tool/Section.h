@@ -20,6 +20,7 @@ struct CSection
 CSection HostSection();
 CSection ProcessorSection();
 CSection TimeSection();
+CSection DisksSection();
 CSection LibrarySection();
 
 // Prints a section as text or JSON, complains of its problems, and gives the exit status.
