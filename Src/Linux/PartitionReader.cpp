@@ -18,6 +18,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include <unistd.h>
 
@@ -37,17 +38,21 @@ constexpr std::size_t HeaderCountOffset = 80;
 constexpr std::size_t HeaderEntrySizeOffset = 84;
 constexpr std::uint32_t GptEntriesPerSector = 4;
 constexpr std::uint32_t MostGptEntries = 65536;
+constexpr std::size_t UsualGptEntries = 128;
 
 using Sector = std::uint8_t[SectorSize];
 
-// Little-endian numbers of any width.
+template <class Number, std::size_t... Byte>
+Number Combine(const std::uint8_t* at, std::index_sequence<Byte...> /*bytes*/)
+{
+    return static_cast<Number>(((static_cast<std::uint64_t>(at[Byte]) << (8U * Byte)) | ...));
+}
+
+// A little-endian number of any width.
 template <class Number>
 Number Read(const std::uint8_t* at)
 {
-    Number value = 0;
-    for (std::size_t byte = sizeof(Number); byte > 0; --byte)
-        value = static_cast<Number>(static_cast<std::uint64_t>(value) << 8U | at[byte - 1]);
-    return value;
+    return Combine<Number>(at, std::make_index_sequence<sizeof(Number)>());
 }
 
 // Bytes read, 0 at the end of the device, negative for an error.
@@ -116,6 +121,8 @@ int ReadGpt(int descriptor, std::vector<gpart>& gpt, unsigned int* count)
     const std::uint64_t entrySize = Read<std::uint32_t>(sector + HeaderEntrySizeOffset);
     const std::uint32_t sectors = std::min(announced, MostGptEntries) / GptEntriesPerSector;
 
+    // The usual table; larger ones grow as they are found to be there.
+    gpt.reserve(std::min<std::size_t>(sectors * GptEntriesPerSector, UsualGptEntries));
     int appended = 0;
     for (std::uint32_t number = 0; number < sectors; ++number) {
         const ssize_t got = ReadSector(descriptor, sector);
@@ -175,6 +182,7 @@ int ReadPartitionTable(int descriptor, std::vector<ipart>& classic, std::vector<
     if (descriptor < 0 || !ReadBootRecord(descriptor, sector, entries))
         return -1;
 
+    classic.reserve(MostClassicEntries);
     // A chain is walked, not recursed into: it may be as long as the disk.
     CCircleDetector circle;
     int appended = 0;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -62,7 +63,7 @@ const char* NameFormat(const CStringVar& device, Vorn::Exceptions::SOURCE_INFO& 
     return isDigit ? "%sp%d" : "%s%d";
 }
 
-// Makes the records of one disk; the form of the names is found out once.
+// Makes the records of one disk; what their names have in common is found out once.
 class CRecordMaker
 {
 public:
@@ -73,10 +74,16 @@ public:
 
     CSystemPartition& Add(unsigned int number)
     {
-        if (m_Format == nullptr)
-            m_Format = NameFormat(m_Device, m_Source);
+        if (m_Name.m_Length == 0) {
+            m_Name.Format(NameFormat(m_Device, m_Source)) << m_Device;
+            m_Common = m_Name.m_Length;
+        }
+        m_Name.m_Length = m_Common;
+        char digits[16];
+        const char* const end = std::to_chars(digits, digits + sizeof digits, number).ptr;
+        m_Name.AllocCopy(digits, static_cast<unsigned int>(end - digits));
         CSystemPartition& partition = m_Partitions.emplace_back();
-        (partition.m_DeviceName.Format(m_Format) << m_Device).FormatInt(number);
+        partition.m_DeviceName = Vorn::Strings::CStringRef(m_Name);
         return partition;
     }
 
@@ -84,7 +91,8 @@ private:
     const CStringVar& m_Device;
     Vorn::Exceptions::SOURCE_INFO& m_Source;
     std::vector<CSystemPartition>& m_Partitions;
-    const char* m_Format = nullptr;
+    Vorn::Strings::TString<64> m_Name;
+    unsigned int m_Common = 0; // length of what all names begin with
 };
 
 bool IsPartition(const ipart& entry)
@@ -157,6 +165,9 @@ void AddGpt(const CStringVar& device, const std::vector<gpart>& entries, unsigne
 void TakeMount(const mntent& mount, const CStringVar& device,
                std::vector<CSystemPartition>& partitions)
 {
+    // Most sources are no partition of this disk: seen before anything else is looked at.
+    if (std::strncmp(mount.mnt_fsname, device.m_Text, device.m_Length) != 0)
+        return;
     const CSubStringRef type(mount.mnt_type);
     const CSubStringRef source(mount.mnt_fsname);
     const CSubStringRef directory(mount.mnt_dir);
@@ -164,10 +175,6 @@ void TakeMount(const mntent& mount, const CStringVar& device,
         if (type == none)
             return;
     if (source == "none" || directory.Length() == 0)
-        return;
-    // Most sources are no partition of this disk: seen before its records are looked through.
-    if (source.Length() <= device.m_Length ||
-        std::memcmp(source.Text(), device.m_Text, device.m_Length) != 0)
         return;
     const auto found = std::find_if(
         partitions.begin(), partitions.end(),

@@ -26,6 +26,10 @@
 #include <vorn/Export.h>
 #include <vorn/StringVar.h>
 
+// Positions a descriptor at a sector (byte sector * 512, lseek(2)). 1 when it stands there
+// afterwards, else 0. Its symbol is not mangled.
+extern "C" VORN_EXPORT int sseek(int descriptor, long long sector);
+
 namespace VornEx {
 
 // One entry of the classic table, as its 16 bytes on the disk.
@@ -52,10 +56,6 @@ struct gpart
 };
 static_assert(sizeof(gpart) == 128 && offsetof(gpart, firstLba) == 32 &&
               offsetof(gpart, attributes) == 48 && offsetof(gpart, name) == 56);
-
-// Positions a descriptor at a sector (byte sector * 512, lseek(2)). 1 when it stands there
-// afterwards, else 0. Its symbol is not mangled.
-extern "C" VORN_EXPORT int sseek(int descriptor, long long sector);
 
 // One partition. A plain value.
 struct VORN_EXPORT CSystemPartition
