@@ -11,6 +11,16 @@
 
 namespace Vorn::FileSystem {
 
+namespace {
+
+// The system would take such a path for a shorter one.
+bool HoldsNul(const Strings::CSubStringRef& path)
+{
+    return std::memchr(path.Text(), '\0', path.Length()) != nullptr;
+}
+
+} // namespace
+
 CFile::~CFile()
 {
     Close();
@@ -20,13 +30,13 @@ bool CFile::Exist(const Strings::CStringRef& path)
 {
     struct stat status
     {};
-    return stat(path.Text(), &status) == 0;
+    return !HoldsNul(path) && stat(path.Text(), &status) == 0;
 }
 
 bool CFile::Open(const Strings::CSubStringRef& path, int mode)
 {
     Close();
-    if (mode != Read || std::memchr(path.Text(), '\0', path.Length()) != nullptr) {
+    if (mode != Read || HoldsNul(path)) {
         errno = EINVAL;
         return false;
     }
@@ -65,17 +75,18 @@ bool CFile::Fill(unsigned int wanted)
     return true;
 }
 
-bool CFile::TakeLineEnd()
+bool CFile::TakeLineFeed()
 {
-    if (Fill(1) && m_Block[m_Begin] == '\n') {
-        ++m_Begin;
-        return true;
-    }
-    if (Fill(2) && m_Block[m_Begin] == '\r' && m_Block[m_Begin + 1] == '\n') {
+    if (!Fill(1) || m_Block[m_Begin] != '\n')
+        return false;
+    ++m_Begin;
+    return true;
+}
+
+void CFile::SkipCrLf()
+{
+    if (Fill(2) && m_Block[m_Begin] == '\r' && m_Block[m_Begin + 1] == '\n')
         m_Begin += 2;
-        return true;
-    }
-    return false;
 }
 
 int CFile::ReadLine(void* buffer, int size)
@@ -99,10 +110,12 @@ int CFile::ReadLine(void* buffer, int size)
         length += run;
         m_Begin += run + (ended ? 1 : 0);
     }
-    if (!ended) {
-        // A line that fills the buffer to the last character has its end right behind it. Its CR
-        // may be the last character taken.
-        ended = length == room && TakeLineEnd();
+    if (!ended && length == room) {
+        // A line that fills the buffer to the last character has its end right behind it: an LF,
+        // whose CR may be the last character taken, or both.
+        ended = TakeLineFeed();
+        if (!ended)
+            SkipCrLf();
     }
     if (ended && length > 0 && line[length - 1] == '\r')
         --length;

@@ -77,6 +77,8 @@ TEST_F(File, Lines)
         {"255 at the end", x(255), {x(255)}},
         {"256", x(256) + "\nnext\n", {x(255), "x", "next"}},
         {"256 CR LF", x(256) + "\r\nnext", {x(255), "x", "next"}},
+        {"CR CR LF", "a\r\r\nb", {"a\r", "b"}},
+        {"254 and CR CR LF", x(254) + "\r\r\nnext", {x(254) + "\r", "next"}},
         {"510", x(510) + "\n", {x(255), x(255)}},
         // Around the block that is read at a time.
         {"CR LF across blocks", x(15) + "\n" + std::string(4079, '\n') + "\r\nnext\n", {}},
@@ -116,6 +118,7 @@ TEST_F(File, WhatCannotBeRead)
     unlink(m_Path.c_str());
 
     EXPECT_TRUE(CFile::Exist(m_Folder));
+    EXPECT_FALSE(CFile::Exist(m_Folder + std::string("\0x", 2)));
     EXPECT_FALSE(CFile::Exist(m_Path));
     std::ofstream(m_Path) << "line\n";
     ASSERT_TRUE(file.Open(m_Path, CFile::Read));

@@ -19,7 +19,8 @@ public:
     CFile(const CFile&) = delete;
     CFile& operator=(const CFile&) = delete;
 
-    // True when the path names something, of whatever kind (stat(2) succeeds).
+    // True when the path names something, of whatever kind (stat(2) succeeds). A path that holds a
+    // NUL byte names nothing.
     static bool Exist(const Strings::CStringRef& path);
 
     // Opens the path, closing what was open. False, with errno set, when that fails, the mode is
@@ -39,8 +40,10 @@ public:
 private:
     // Makes the next bytes available, 1 or 2; false when the file ends before.
     bool Fill(unsigned int wanted);
-    // Steps over a line end, if one comes next.
-    bool TakeLineEnd();
+    // Steps over an LF; false when something else comes next.
+    bool TakeLineFeed();
+    // Steps over a CR LF, if one comes next.
+    void SkipCrLf();
 
     int m_Descriptor = -1;
     unsigned int m_Begin = 0; // unread bytes are m_Block[m_Begin .. m_End)
