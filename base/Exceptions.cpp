@@ -16,10 +16,29 @@ namespace {
 // Enough for every path of ours; one allocation in a thread's life.
 constexpr std::size_t UsualContextLines = 4;
 
+// The thread's record is made anew when it is needed after its destruction: static objects are
+// destroyed after the main thread's thread-local ones, and may raise.
+alignas(CErrorRecord) thread_local unsigned char t_Storage[sizeof(CErrorRecord)];
+thread_local CErrorRecord* t_Record = nullptr;
+
+CErrorRecord& NewThreadRecord()
+{
+    struct CEndOfThread
+    {
+        ~CEndOfThread()
+        {
+            t_Record->~CErrorRecord();
+            t_Record = nullptr;
+        }
+    };
+    t_Record = new (t_Storage) CErrorRecord();
+    thread_local const CEndOfThread end;
+    return *t_Record;
+}
+
 CErrorRecord& ThreadRecord()
 {
-    thread_local CErrorRecord record;
-    return record;
+    return t_Record != nullptr ? *t_Record : NewThreadRecord();
 }
 
 } // namespace

@@ -11,8 +11,9 @@ namespace Threading {
 namespace {
 
 thread_local unsigned int t_DisableDepth = 0;
-// Whether what is raised now is caught by the library itself.
-thread_local bool t_Contained = false;
+// Exceptions that are unwinding the thread without a raise declining for them: those around the
+// call that enabled raising.
+thread_local int t_Tolerated = 0;
 
 } // namespace
 
@@ -31,7 +32,7 @@ CThrowDisable::~CThrowDisable()
 void CThrowState::Init()
 {
     m_Depth = t_DisableDepth;
-    m_Contained = t_Contained;
+    m_Tolerated = t_Tolerated;
     m_Known = true;
 }
 
@@ -39,21 +40,19 @@ void CThrowState::Enable()
 {
     Init();
     t_DisableDepth = 0;
-    t_Contained = true;
+    t_Tolerated = std::uncaught_exceptions();
 }
 
 void CThrowState::PutBack()
 {
     t_DisableDepth = m_Depth;
-    t_Contained = m_Contained;
+    t_Tolerated = m_Tolerated;
     m_Known = false;
 }
 
 bool Declines()
 {
-    if (t_Contained)
-        return false;
-    return t_DisableDepth != 0 || std::uncaught_exceptions() != 0;
+    return t_DisableDepth != 0 || std::uncaught_exceptions() > t_Tolerated;
 }
 
 } // namespace Threading

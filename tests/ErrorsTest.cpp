@@ -123,6 +123,33 @@ TEST(Errors, RaiseDuringUnwindingComesBack)
         std::runtime_error);
     EXPECT_EQ(value, 4294967295U);
     EXPECT_EQ(LastError().Code(), VornEx::NumberOutOfRange);
+
+    // The same where raising is enabled: only what is contained may leave.
+    Vorn::Threading::CThrowState state;
+    state.Enable();
+    value = 0;
+    EXPECT_EQ(Raised([&value] {
+                  const CRaisesOnItsWay raises{value};
+                  VornEx::atoi32("x", 10);
+              }),
+              VornEx::NotANumber);
+    state.Restore();
+    EXPECT_EQ(value, 4294967295U);
+}
+
+// Static objects are destroyed after the thread's own.
+TEST(Errors, RecordServesUntilTheProcessEnds)
+{
+    const auto endsWithARaise = [] {
+        Raised([] { VornEx::atoi32("first", 10); });
+        std::atexit([] {
+            Raised([] { VornEx::atoi32("second", 10); });
+            const auto& context = LastError().Context();
+            _exit(context.size() == 1 && context[0].m_Text == "atoi32 (second)" ? 7 : 8);
+        });
+        std::exit(0);
+    };
+    EXPECT_EXIT(endsWithARaise(), testing::ExitedWithCode(7), "");
 }
 
 // A scratch folder with a locale of each language; the system need have none but C.UTF-8.

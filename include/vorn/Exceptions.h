@@ -49,7 +49,7 @@ public:
     unsigned int Code() const { return m_Code; }
     // The source line of the raise.
     unsigned int Line() const { return m_Line; }
-    // The text of the code, translated where the host's locale has a catalogue (ErrorMessage.h).
+    // The text of the code, translated where the host's locale has a catalogue (ModuleInfo.h).
     Strings::CStringVar Message() const;
     // What the raise added; often empty.
     const Strings::CStringVar& Detail() const { return m_Detail; }

@@ -36,8 +36,9 @@ class VORN_EXPORT CThrowState
 public:
     // Remembers the thread's throw state: how deeply throwing is disabled.
     void Init();
-    // Makes raises on this thread throw until Restore, guards or not: for a call that catches
-    // whatever it provokes. Remembers the state as Init does.
+    // Makes raises on this thread throw until Restore, whatever guards live and whatever exception
+    // is unwinding the thread by now: for a call that catches all that it provokes. Remembers the
+    // state as Init does.
     void Enable();
     // Puts back what was remembered; nothing without it.
     void Restore()
@@ -61,7 +62,7 @@ private:
     void PutBack();
 
     unsigned int m_Depth = 0;
-    bool m_Contained = false;
+    int m_Tolerated = 0;
     bool m_Known = false;
 };
 
