@@ -1,8 +1,10 @@
 #include <vorn/Trace.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <ctime>
 #include <memory>
+#include <new>
 
 #include <unistd.h>
 
@@ -15,6 +17,12 @@ std::shared_ptr<const TraceSink>& Sink()
 {
     static auto* const sink = new std::shared_ptr<const TraceSink>();
     return *sink;
+}
+
+bool IsControl(char character)
+{
+    const auto byte = static_cast<unsigned char>(character);
+    return (byte < 0x20 && byte != '\t') || byte == 0x7F;
 }
 
 // One write(2) a line, so that lines of several threads do not mix.
@@ -34,6 +42,7 @@ void WriteToStandardError(const CTraceLine& line)
         .FormatInt(line.m_Line)
         .
         operator<<(line.m_Text);
+    std::replace_if(text.m_Text, text.m_Text + text.m_Length - 1, IsControl, '?');
     for (const char *at = text.m_Text, *end = at + text.m_Length; at != end;) {
         const ssize_t written = write(STDERR_FILENO, at, static_cast<std::size_t>(end - at));
         if (written < 0 && errno != EINTR)
@@ -54,6 +63,7 @@ void SetTraceSink(TraceSink sink)
 
 CTraceStreamBuffer::~CTraceStreamBuffer()
 {
+    const int error = errno;
     const CTraceLine line{m_Module.m_Name, m_Level, m_Source, m_Line, m_Text};
     try {
         const auto sink = std::atomic_load(&Sink());
@@ -64,17 +74,25 @@ CTraceStreamBuffer::~CTraceStreamBuffer()
     } catch (...) {
         // Watching must not change what is watched.
     }
+    errno = error;
 }
 
 void CTraceStreamBuffer::Write(const char* text, unsigned int from, unsigned int length)
 {
-    if (length != 0)
-        m_Text.AllocCopy(text + from, length);
+    try {
+        Output_Streams::CChrStreamBuffer(&m_Text).Write(text, from, length);
+    } catch (const std::bad_alloc&) {
+        // The line goes without it.
+    }
 }
 
 void CTraceStreamBuffer::Fill(int character, unsigned int count)
 {
-    Output_Streams::CChrStreamBuffer(&m_Text).Fill(character, count);
+    try {
+        Output_Streams::CChrStreamBuffer(&m_Text).Fill(character, count);
+    } catch (const std::bad_alloc&) {
+        // The line goes without it.
+    }
 }
 
 } // namespace Vorn::Internals

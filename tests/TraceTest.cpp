@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cerrno>
 #include <thread>
 #include <vector>
 
@@ -25,7 +26,7 @@ struct CCounted
         ++s_Conversions;
         return "counted";
     }
-    static inline int s_Conversions = 0;
+    static inline std::atomic<int> s_Conversions{0};
 };
 
 void TraceOne(unsigned int level)
@@ -65,6 +66,23 @@ TEST_F(Trace, NothingIsBuiltWhileTheBitIsClear)
     EXPECT_EQ(lines, std::vector<std::string>{"vornex|16|Src/Here.cpp|11|text counted -3%"});
 }
 
+TEST_F(Trace, WatchingDoesNotChangeWhatIsWatched)
+{
+    std::string text;
+    SetTraceSink([&text](const Vorn::Internals::CTraceLine& line) {
+        text = std::string_view(line.m_Text);
+        errno = EBADF;
+    });
+    Mask() = 0x10;
+    errno = ENOENT;
+    // More than a string can hold: the line arrives without it.
+    const Vorn::Strings::CSubStringRef huge("", 0xFFFFFFFFU);
+    EXPECT_NO_THROW(Vorn::Internals::Trace(VornEx::VORN_MODULE_INFO_VornEx, 0x10, "Src/Here.cpp",
+                                           13, "a %s b %s", huge, "c"));
+    EXPECT_EQ(text, "a  b c");
+    EXPECT_EQ(errno, ENOENT);
+}
+
 TEST_F(Trace, ServiceLineArrives)
 {
     std::string text;
@@ -89,10 +107,10 @@ TEST_F(Trace, DefaultSinkWritesOneLineToStandardError)
     Mask() = 0x2;
     testing::internal::CaptureStderr();
     Vorn::Internals::Trace(VornEx::VORN_MODULE_INFO_VornEx, 0x2, "Src/Here.cpp", 12, "%s",
-                           "odd %s text");
+                           "odd %s text\n\x1B[2J\t\xC3\xA9");
     const std::string line = testing::internal::GetCapturedStderr();
     ASSERT_GT(line.size(), 20U);
-    EXPECT_EQ(line.substr(19), " vornex 0x02 Src/Here.cpp:12 odd %s text\n");
+    EXPECT_EQ(line.substr(19), " vornex 0x02 Src/Here.cpp:12 odd %s text??[2J\t\xC3\xA9\n");
 }
 
 TEST_F(Trace, SinkIsReplacedWhileThreadsWrite)

@@ -30,9 +30,10 @@ struct CTraceLine
 using TraceSink = std::function<void(const CTraceLine&)>;
 
 // Replaces the process's sink; an empty one brings the default back, which writes one line to
-// standard error: local time, module, level, source path and line, text. Any thread, at any time:
-// a line that is being written meanwhile ends in the sink it began with. A sink is called by all
-// threads that trace, several at once; what it throws is swallowed.
+// standard error: local time, module, level, source path and line, text, with "?" for control
+// characters. Any thread, at any time: a line that is being written meanwhile ends in the sink it
+// began with. A sink is called by all threads that trace, several at once; what it throws is
+// swallowed, and what it does to errno is undone.
 VORN_EXPORT void SetTraceSink(TraceSink sink);
 
 // Collects one line and hands it to the sink when it is destroyed.
