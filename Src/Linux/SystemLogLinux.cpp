@@ -32,6 +32,16 @@ const char* LineFormat(int priority)
     }
 }
 
+// The line is the format, on purpose: see the header.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-security"
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+void Write(int priority, const char* line)
+{
+    syslog(priority, line);
+}
+#pragma GCC diagnostic pop
+
 } // namespace
 
 CSystemLog_Lx::~CSystemLog_Lx()
@@ -62,12 +72,7 @@ bool CSystemLog_Lx::Report(int number, int priority, const Vorn::Strings::CStrin
                 frame.Raise(EmptyTextLine, InvalidParameter);
             Vorn::Strings::TString<16> line;
             line.Format(LineFormat(priority)).FormatInt(static_cast<unsigned int>(number)) << text;
-        // The line is the format, on purpose: see the header.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-security"
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-            syslog(priority, line.m_Text);
-#pragma GCC diagnostic pop
+            Write(priority, line.m_Text);
         });
     return true;
 }
