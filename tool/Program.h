@@ -65,6 +65,7 @@ void AddDisks(CProgram& program);
 void AddTime(CProgram& program);
 void AddLog(CProgram& program);
 void AddNumber(CProgram& program);
+void AddMatch(CProgram& program);
 void AddError(CProgram& program);
 
 // Adds --json.

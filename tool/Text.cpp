@@ -34,15 +34,6 @@ std::size_t Width(const std::string& text)
     return characters < 0 ? text.size() : static_cast<std::size_t>(characters);
 }
 
-// Texts come from disks, files and kernels: control characters must not reach a terminal.
-std::string Printable(std::string text)
-{
-    for (char& character : text)
-        if (static_cast<unsigned char>(character) < 0x20 || character == 0x7F)
-            character = '?';
-    return text;
-}
-
 std::string Padded(const std::string& text, std::size_t width)
 {
     const std::size_t taken = Width(text);
@@ -99,6 +90,15 @@ std::string Bright(std::string_view text)
     if (!ShowsColour())
         return std::string(text);
     return "\033[1;36m" + std::string(text) + "\033[0m";
+}
+
+// Texts come from disks, files and kernels: control characters must not reach a terminal.
+std::string Printable(std::string text)
+{
+    for (char& character : text)
+        if (static_cast<unsigned char>(character) < 0x20 || character == 0x7F)
+            character = '?';
+    return text;
 }
 
 void Complain(std::string_view message)

@@ -35,6 +35,9 @@ void Print(const Json& json);
 // The text in the colour of what stands out, where standard output shows colours.
 std::string Bright(std::string_view text);
 
+// The text as a terminal may show it: what it would act on becomes "?".
+std::string Printable(std::string text);
+
 // A message on standard error, with the program's name in front.
 void Complain(std::string_view message);
 

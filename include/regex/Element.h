@@ -1,0 +1,44 @@
+// The interface of everything that a pattern is compiled to.
+#pragma once
+
+#include <regex/Context.h>
+#include <regex/Flags.h>
+
+namespace Vorn::Regex {
+
+// An element of the compiled tree. Elements are owned by their builder, never change while they
+// match, and keep whatever one attempt needs in the context: an element may be entered many times
+// in one match, and by several threads, each with its own context.
+//
+// Callers retry what succeeded in the reverse order of the successes, and nothing but the element
+// itself takes off the context's stack what it pushed there.
+class VORN_REGEX_EXPORT ElxInterface
+{
+public:
+    ElxInterface() = default;
+    ElxInterface(const ElxInterface&) = delete;
+    ElxInterface& operator=(const ElxInterface&) = delete;
+
+    // Matches at currentPos. Success: nonzero, currentPos moved past what was matched, and on the
+    // stack what is needed to undo or retry. Failure: 0 and the context as it was.
+    virtual int Match(CContext* context) const = 0;
+    // After a success whose pushes are on top of the stack again: the next other way to match,
+    // nonzero; or 0 with all that the success did undone.
+    virtual int MatchNext(CContext* context) const = 0;
+    virtual ~ElxInterface() = default;
+};
+
+// Matches the empty string.
+template <int x>
+class VORN_REGEX_EXPORT CEmptyElxT final : public ElxInterface
+{
+public:
+    int Match(CContext* /*context*/) const override { return 1; }
+    int MatchNext(CContext* /*context*/) const override { return 0; }
+};
+
+extern template class CBufferRefT<ElxInterface*>;
+extern template class CBufferT<ElxInterface*>;
+extern template class CEmptyElxT<0>;
+
+} // namespace Vorn::Regex
