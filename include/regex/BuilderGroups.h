@@ -38,6 +38,8 @@ void CBuilderT<Char>::BindGroups()
 template <class Char>
 void CBuilderT<Char>::NumberNamedGroups()
 {
+    if (m_NamedCount == 0)
+        return;
     // Sorted by name, groups of one name side by side and the earliest of them first.
     CBufferT<int> order;
     for (int i = 0; i < m_NamedCount; ++i)
