@@ -136,6 +136,13 @@ public:
         m_Count = count;
     }
 
+    // Makes the capacity at least that, and no more.
+    void Reserve(int capacity)
+    {
+        if (capacity > m_Capacity)
+            Resize(capacity);
+    }
+
     // Sets the count and fills the elements from the old one on.
     void Prepare(int count, T fill)
     {
@@ -170,13 +177,6 @@ protected:
         if (count > capacity)
             capacity = (count + 11LL) / 8 * 8;
         Resize(capacity);
-    }
-
-    // Makes the capacity what is asked for and no more.
-    void Reserve(int capacity)
-    {
-        if (capacity > m_Capacity)
-            Resize(capacity);
     }
 
 private:

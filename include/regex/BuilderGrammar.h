@@ -8,6 +8,7 @@
 #include <tuple>
 
 #include <regex/Builder.h>
+#include <regex/FirstElement.h>
 
 namespace Vorn::Regex {
 
@@ -124,10 +125,13 @@ ElxInterface* CBuilderT<Char>::BuildAlternative(int flags)
     if (!Is(m_Current, '|'))
         return first;
     auto* const alternative = Keep(new CAlternativeElxT<0>());
-    alternative->m_Branches.Push(first);
+    const auto add = [alternative](ElxInterface* branch) {
+        alternative->AddBranch(branch, Internals::FirstCharacterOf<Char>(branch));
+    };
+    add(first);
     while (Is(m_Current, '|')) {
         MoveNext();
-        alternative->m_Branches.Push(BuildList(flags));
+        add(BuildList(flags));
     }
     return alternative;
 }
@@ -557,6 +561,7 @@ ElxInterface* CBuilderT<Char>::BuildCapture(int flags, int number, const CBuffer
     list->m_Items.Push(makeEnd(Backward(flags)));
     list->m_Items.Push(BuildAlternative(flags));
     list->m_Items.Push(makeEnd(1 - Backward(flags)));
+    list->Seal();
     return list;
 }
 

@@ -91,6 +91,18 @@ public:
         return 0;
     }
 
+    // Whether it matches at a position. What the context holds stays as it is.
+    bool Begins(CContext* context, int at) const
+    {
+        if (m_RightToLeft == 0 ? at >= context->textLength : at <= 0)
+            return false;
+        const Char character = context->text[m_RightToLeft == 0 ? at : at - 1];
+        if (m_Look != AsWritten)
+            return InSet(character);
+        context->currentPos = at;
+        return Looks(context, character);
+    }
+
     // Matches as often in a row as it can, up to most times; returns how often.
     int MatchRun(CContext* context, int most) const
     {

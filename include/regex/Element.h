@@ -1,6 +1,8 @@
 // The interface of everything that a pattern is compiled to.
 #pragma once
 
+#include <typeinfo>
+
 #include <regex/Context.h>
 #include <regex/Flags.h>
 
@@ -27,6 +29,13 @@ public:
     virtual int MatchNext(CContext* context) const = 0;
     virtual ~ElxInterface() = default;
 };
+
+// The element as one of exactly that class; null when it is of another.
+template <class Element>
+const Element* ExactlyAs(const ElxInterface* element)
+{
+    return typeid(*element) == typeid(Element) ? static_cast<const Element*>(element) : nullptr;
+}
 
 // Matches the empty string.
 template <int x>

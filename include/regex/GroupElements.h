@@ -14,7 +14,7 @@ public:
 
     int Match(CContext* context) const override
     {
-        return m_Closing == 0 ? Open(context) : Close(context);
+        return m_Closing == 0 ? Open(context, context->currentPos) : Close(context);
     }
 
     int MatchNext(CContext* context) const override
@@ -40,9 +40,29 @@ public:
         return 0;
     }
 
+    // Of the closing end, after its success: whether it closed the group, and did not only come
+    // back from a call of it; and closing it again, where the context stands now.
+    bool CanMove(const CContext* context) const
+    {
+        const int record = Record(context);
+        return record >= 0 && context->captureStack[record + CaptureEnd] != -1;
+    }
+    void Move(CContext* context) const { CloseRecord(context, Record(context)); }
+
     int m_Number;  // -1 until it is known
     int m_Closing; // 0: the opening end, 1: the closing end
     CBufferT<Char> m_Name;
+
+    // Of the opening end: Match at a position; and what Match and MatchNext leave behind.
+    int Open(CContext* context, int at) const;
+    void Pass(CContext* context) const
+    {
+        if (m_Number < 0 || m_Number >= context->captureIndex.GetSize())
+            return;
+        const int newest = context->FindCapture(m_Number);
+        if (newest < 0 || context->captureStack[newest + CaptureEnd] != -1)
+            context->captureIndex[m_Number] = newest;
+    }
 
 private:
     int Record(const CContext* context) const
@@ -50,25 +70,6 @@ private:
         return m_Number < 0 || m_Number >= context->captureIndex.GetSize()
                    ? -1
                    : context->FindCapture(m_Number);
-    }
-
-    int Open(CContext* context) const
-    {
-        if (m_Number < 0)
-            return 0;
-        if (m_Number >= context->captureIndex.GetSize())
-            context->captureIndex.Prepare(m_Number + 1, -1);
-        const int newest = context->FindCapture(m_Number);
-        if (newest >= 0 && context->captureStack[newest + CaptureEnd] == -1) {
-            // A call has come back into the group while it is open.
-            --context->captureStack[newest + CaptureOrder];
-            return 1;
-        }
-        // Kept for the way back, so that no walk through the records finds it again.
-        context->stack.Push(newest);
-        context->captureIndex[m_Number] = context->captureStack.GetSize();
-        context->captureStack.Push(m_Number, context->currentPos, -1, 0);
-        return 1;
     }
 
     int Close(CContext* context) const
@@ -81,13 +82,38 @@ private:
             ++order;
             return 1;
         }
-        context->captureStack[record + CaptureEnd] = context->currentPos;
-        order = context->closeCounter;
-        if (context->closeCounter < INT_MAX)
-            ++context->closeCounter;
+        CloseRecord(context, record);
         return 1;
     }
+
+    static void CloseRecord(CContext* context, int record)
+    {
+        context->captureStack[record + CaptureEnd] = context->currentPos;
+        context->captureStack[record + CaptureOrder] = context->closeCounter;
+        if (context->closeCounter < INT_MAX)
+            ++context->closeCounter;
+    }
 };
+
+template <class Char>
+int CBracketElxT<Char>::Open(CContext* context, int at) const
+{
+    if (m_Number < 0)
+        return 0;
+    if (m_Number >= context->captureIndex.GetSize())
+        context->captureIndex.Prepare(m_Number + 1, -1);
+    const int newest = context->FindCapture(m_Number);
+    if (newest >= 0 && context->captureStack[newest + CaptureEnd] == -1) {
+        // A call has come back into the group while it is open.
+        --context->captureStack[newest + CaptureOrder];
+        return 1;
+    }
+    // Kept for the way back, so that no walk through the records finds it again.
+    context->stack.Push(newest);
+    context->captureIndex[m_Number] = context->captureStack.GetSize();
+    context->captureStack.Push(m_Number, at, -1, 0);
+    return 1;
+}
 
 // Matches what a group captured; of a group that is still open, what it has matched so far.
 template <class Char>

@@ -1,6 +1,8 @@
 // Elements that test where they stand and consume nothing.
 #pragma once
 
+#include <cstdint>
+
 #include <regex/Element.h>
 
 namespace Vorn::Regex {
@@ -40,9 +42,18 @@ public:
 
     int Match(CContext* context) const override
     {
-        return Holds(*context) == (m_Positive != 0) ? 1 : 0;
+        return Begins(context, context->currentPos) ? 1 : 0;
     }
     int MatchNext(CContext* /*context*/) const override { return 0; }
+
+    // Whether it matches at a position. The context is only read.
+    bool Begins(const CContext* context, int at) const
+    {
+        const bool holds = m_Kind == WordBoundary
+                               ? WordBefore(*context, at) != WordAfter(*context, at)
+                               : Holds(*context, at);
+        return holds == (m_Positive != 0);
+    }
 
     int m_Kind;
     int m_Positive; // 0: holds where the boundary is not
@@ -50,25 +61,27 @@ public:
 private:
     static bool IsWord(Char character)
     {
-        return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
-               (character >= '0' && character <= '9') || character == '_';
+        // Bits of the characters 0 to 127: the digits; A-Z, "_" and a-z.
+        constexpr std::uint64_t Words[] = {0x03FF000000000000, 0x07FFFFFE87FFFFFE};
+        const auto byte = static_cast<unsigned char>(character);
+        return byte < 128 && ((Words[byte / 64] >> (byte % 64)) & 1U) != 0;
     }
-    static bool WordBefore(const CContext& context)
+    static bool WordBefore(const CContext& context, int at)
     {
-        return context.currentPos > 0 && IsWord(context.text[context.currentPos - 1]);
+        return at > 0 && IsWord(context.text[at - 1]);
     }
-    static bool WordAfter(const CContext& context)
+    static bool WordAfter(const CContext& context, int at)
     {
-        return context.currentPos < context.textLength && IsWord(context.text[context.currentPos]);
+        return at < context.textLength && IsWord(context.text[at]);
     }
 
-    bool Holds(const CContext& context) const;
+    // Of all kinds but WordBoundary.
+    bool Holds(const CContext& context, int at) const;
 };
 
 template <class Char>
-bool CBoundaryElxT<Char>::Holds(const CContext& context) const
+bool CBoundaryElxT<Char>::Holds(const CContext& context, int at) const
 {
-    const int at = context.currentPos;
     const int left = context.textLength - at;
     const Char* const here = context.text + at;
     switch (m_Kind) {
@@ -84,11 +97,9 @@ bool CBoundaryElxT<Char>::Holds(const CContext& context) const
     case LineEnd:
         return left <= 0 || here[0] == '\r' || (here[0] == '\n' && (at == 0 || here[-1] != '\r'));
     case WordBegin:
-        return !WordBefore(context) && WordAfter(context);
+        return !WordBefore(context, at) && WordAfter(context, at);
     case WordEnd:
-        return WordBefore(context) && !WordAfter(context);
-    case WordBoundary:
-        return WordBefore(context) != WordAfter(context);
+        return WordBefore(context, at) && !WordAfter(context, at);
     default:
         return false;
     }

@@ -85,9 +85,18 @@ public:
     using CBuilderT<Char>::Top;
 
 private:
+    void FindFirst();
     bool Search(CContext* context) const;
-    bool SearchFrom(CContext* context) const;
+    bool SearchForFirst(CContext* context) const;
+    template <class Test>
+    bool SearchWhere(CContext* context, int end, Test test) const;
+    void MakeReady(CContext* context) const;
     static int Measured(std::size_t length);
+
+    // What every attempt begins with, where it is known: one of these, or none.
+    const CBoundaryElxT<Char>* m_FirstBoundary = nullptr;
+    const CStringElxT<Char>* m_FirstString = nullptr;
+    const CRangeElxT<Char>* m_FirstRange = nullptr;
 };
 
 // The matches of a text; iterated once.

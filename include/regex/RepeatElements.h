@@ -19,11 +19,11 @@ public:
     // The element stays its owner's.
     CRepeatElxT(ElxInterface* element, int fixed) : m_Element(element), m_Fixed(fixed)
     {
-        if (dynamic_cast<CRangeElxT<char>*>(element) != nullptr)
+        if (ExactlyAs<CRangeElxT<char>>(element) != nullptr)
             m_Unit = Range;
-        else if (const auto* const text = dynamic_cast<CStringElxT<char>*>(element))
+        else if (const auto* const text = ExactlyAs<CStringElxT<char>>(element))
             m_Unit = text->m_Text.GetSize() > 0 ? String : General;
-        else if (dynamic_cast<CPosixElxT<char>*>(element) != nullptr)
+        else if (ExactlyAs<CPosixElxT<char>>(element) != nullptr)
             m_Unit = Posix;
     }
 
@@ -145,12 +145,10 @@ public:
     {
         if (m_Unit == Base::General)
             return this->MatchFixed(context) == 0 ? 0 : MatchVart(context);
-        const int taken = this->Run(context, m_Fixed + m_Variable);
-        if (taken < m_Fixed) {
-            this->Back(context, taken);
+        const int spare = TakeRun(context);
+        if (spare < 0)
             return 0;
-        }
-        context->stack.Push(taken - m_Fixed);
+        context->stack.Push(spare);
         return 1;
     }
 
@@ -161,15 +159,34 @@ public:
                 return 1;
             return this->MatchNextFixed(context) == 0 ? 0 : MatchVart(context);
         }
-        int& spare = context->stack.Top();
-        if (spare > 0) {
-            --spare;
-            this->Back(context, 1);
+        if (StepBack(context))
             return 1;
-        }
         context->stack.Pop();
         this->Back(context, m_Fixed);
         return 0;
+    }
+
+    // Of a repetition that runs: takes all iterations there are; how many can be given back, which
+    // is what belongs on the stack, or -1, with nothing taken.
+    int TakeRun(CContext* context) const
+    {
+        const int taken = this->Run(context, m_Fixed + m_Variable);
+        if (taken >= m_Fixed)
+            return taken - m_Fixed;
+        this->Back(context, taken);
+        return -1;
+    }
+
+    // Of a repetition that runs: gives back one iteration. False, and nothing is changed, when the
+    // variable part has none left.
+    bool StepBack(CContext* context) const
+    {
+        int& spare = context->stack.Top();
+        if (spare == 0)
+            return false;
+        --spare;
+        this->Back(context, 1);
+        return true;
     }
 
     // The variable part of the general case. Always succeeds.

@@ -15,17 +15,9 @@ public:
 
     int Match(CContext* context) const override
     {
-        const int length = m_Text.GetSize();
-        const int at = context->currentPos;
-        if (m_RightToLeft == 0) {
-            if (length > context->textLength - at || !Equals(context->text + at))
-                return 0;
-            context->currentPos = at + length;
-        } else {
-            if (length > at || !Equals(context->text + at - length))
-                return 0;
-            context->currentPos = at - length;
-        }
+        if (!Begins(context, context->currentPos))
+            return 0;
+        Back(context, -1);
         return 1;
     }
 
@@ -33,6 +25,15 @@ public:
     {
         Back(context, 1);
         return 0;
+    }
+
+    // Whether it matches at a position. The context is only read.
+    bool Begins(const CContext* context, int at) const
+    {
+        const int length = m_Text.GetSize();
+        if (m_RightToLeft == 0)
+            return length <= context->textLength - at && Equals(context->text + at);
+        return length <= at && Equals(context->text + at - length);
     }
 
     // Matches as often in a row as it can, up to most times; returns how often.
@@ -56,15 +57,17 @@ public:
     int m_IgnoreCase;
 
 private:
-    bool Equals(const Char* subject) const
+    // Inline in every loop: most texts end here, at the first character.
+    __attribute__((always_inline)) bool Equals(const Char* subject) const
     {
         const Char* const text = m_Text.GetBuffer();
         const int length = m_Text.GetSize();
         if (m_IgnoreCase != 0)
             return m_Text.nCompareNoCase(subject) == 0;
-        if (length > 0 && *text != *subject)
-            return false;
-        return std::memcmp(text, subject, static_cast<std::size_t>(length)) == 0;
+        if (length == 0)
+            return true;
+        return *text == *subject &&
+               (length == 1 || std::memcmp(text, subject, static_cast<std::size_t>(length)) == 0);
     }
 };
 
