@@ -2,9 +2,9 @@
 //
 //   'r' flags pattern NUL text   the bytes as they are
 //   's' flags bytes              a made pattern that PCRE2 reads alike: match and captures must
-//   agree 't' flags bytes              a made pattern without limits: its spelling that keeps the
-//   engine
-//                                from its tight loops must give the same
+//                                agree
+//   't' flags bytes              a made pattern without limits: its spelling that keeps the
+//                                engine from its tight loops must give the same
 //
 // In each: what a result says lies inside the text, a second match says the same, and a repeated
 // search moves on and ends.
@@ -124,6 +124,8 @@ private:
     {
         itimerval timer = {};
         timer.it_value.tv_usec = microseconds;
+        // Again and again: the budget may just be on its way from and to memory.
+        timer.it_interval.tv_usec = microseconds / 10;
         setitimer(ITIMER_VIRTUAL, &timer, nullptr);
     }
 };

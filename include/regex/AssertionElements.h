@@ -15,23 +15,11 @@ public:
 
     int Match(CContext* context) const override
     {
-        auto& stack = context->stack;
-        const int size = stack.GetSize();
-        stack.Push(context->captureStack.GetSize(), context->currentPos);
-        if (m_Element->Match(context) == 0) {
-            stack.Restore(size);
-            return 0;
-        }
-        stack.Restore(size + 2);
-        return 1;
+        const int mark = Internals::PushMark(context);
+        return Internals::CutToMark(context, mark, m_Element->Match(context) != 0);
     }
 
-    int MatchNext(CContext* context) const override
-    {
-        context->currentPos = context->stack.Pop();
-        context->captureStack.Restore(context->stack.Pop());
-        return 0;
-    }
+    int MatchNext(CContext* context) const override { return Internals::UndoToMark(context); }
 
     ElxInterface* m_Element;
 };
@@ -47,16 +35,8 @@ public:
 
     int Match(CContext* context) const override
     {
-        auto& stack = context->stack;
-        const int size = stack.GetSize();
-        stack.Push(context->captureStack.GetSize(), context->currentPos);
-        const bool matched = m_Element->Match(context) != 0;
-        context->currentPos = stack[size + 1];
-        stack.Restore(size + 1);
-        if (matched == (m_Positive != 0))
-            return 1;
-        context->captureStack.Restore(stack.Pop());
-        return 0;
+        const int mark = Internals::PushMark(context);
+        return Decide(context, mark, m_Element->Match(context) != 0);
     }
 
     int MatchNext(CContext* context) const override
@@ -67,6 +47,18 @@ public:
 
     ElxInterface* m_Element;
     int m_Positive;
+
+private:
+    // Goes back to where it began; of the mark the size of captureStack stays, when it holds.
+    VORN_REGEX_APART int Decide(CContext* context, int mark, bool matched) const
+    {
+        context->stack.Restore(mark);
+        context->currentPos = context->stack.Pop();
+        if (matched == (m_Positive != 0))
+            return 1;
+        context->captureStack.Restore(context->stack.Pop());
+        return 0;
+    }
 };
 
 // "(?(condition)yes|no)": one branch or the other, by whether a group has been entered or an
@@ -111,18 +103,18 @@ public:
     ElxInterface* m_No = nullptr;
 
 private:
-    bool Decide(CContext* context) const
+    VORN_REGEX_APART bool Decide(CContext* context) const
     {
         if (m_Number >= 0)
             return m_Number < context->captureIndex.GetSize() &&
                    context->captureIndex[m_Number] != -1;
         if (m_Condition == nullptr)
             return true;
-        const int size = context->stack.GetSize();
-        const int at = context->currentPos;
+        const int mark = Internals::PushMark(context);
         const bool holds = m_Condition->Match(context) != 0;
-        context->stack.Restore(size);
-        context->currentPos = at;
+        context->stack.Restore(mark);
+        context->currentPos = context->stack.Pop();
+        context->stack.Pop();
         return holds;
     }
 };

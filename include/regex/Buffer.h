@@ -36,6 +36,9 @@ public:
     // from an empty buffer is always safe. The zero element is shared and not to be written.
     const T* GetBuffer() const { return m_Elements != nullptr ? m_Elements : &_def; }
     int GetSize() const { return m_Count; }
+    // For a range-based for; null where there are none.
+    T* begin() const { return m_Elements; }
+    T* end() const { return m_Elements + m_Count; }
     // index: from 0 to below GetSize(), not checked.
     const T& operator[](int index) const { return m_Elements[index]; }
 
@@ -153,7 +156,7 @@ public:
     }
 
     // Opens a gap of zero elements at index.
-    void Insert(int index, int count)
+    VORN_REGEX_APART void Insert(int index, int count)
     {
         if (m_Capacity - m_Count < count)
             GrowToHold(m_Count, count);
@@ -169,7 +172,7 @@ protected:
     static std::size_t Bytes(int count) { return static_cast<std::size_t>(count) * sizeof(T); }
 
     // The growth of Restore and Prepare: at least twice, in multiples of eight beyond that.
-    void GrowTo(int count)
+    VORN_REGEX_APART void GrowTo(int count)
     {
         long long capacity = 2LL * m_Capacity;
         if (m_Capacity < 8)
@@ -181,7 +184,7 @@ protected:
 
 private:
     // The growth of Push, out of line: twice, at least eight.
-    __attribute__((noinline)) void GrowToHold(int count, int more)
+    VORN_REGEX_APART void GrowToHold(int count, int more)
     {
         if (count > INT_MAX - more)
             throw std::bad_alloc();

@@ -30,6 +30,33 @@ public:
     virtual ~ElxInterface() = default;
 };
 
+namespace Internals {
+
+// A mark on the stack, with what it takes to come back: the size of captureStack and the position.
+// For the elements that keep nothing of what lies above.
+VORN_REGEX_APART inline int PushMark(CContext* context)
+{
+    context->stack.Push(context->captureStack.GetSize(), context->currentPos);
+    return context->stack.GetSize();
+}
+
+// Takes away what lies above the mark, and on failure the mark; returns whether it matched.
+VORN_REGEX_APART inline int CutToMark(CContext* context, int mark, bool matched)
+{
+    context->stack.Restore(matched ? mark : mark - 2);
+    return matched ? 1 : 0;
+}
+
+// Undoes a success; the mark is on top.
+inline int UndoToMark(CContext* context)
+{
+    context->currentPos = context->stack.Pop();
+    context->captureStack.Restore(context->stack.Pop());
+    return 0;
+}
+
+} // namespace Internals
+
 // The element as one of exactly that class; null when it is of another.
 template <class Element>
 const Element* ExactlyAs(const ElxInterface* element)

@@ -29,13 +29,13 @@ public:
 
     int Match(CContext* context) const override
     {
-        return m_Unit == General ? MatchFixed(context) : RunFixed(context);
+        return m_Unit == General ? MatchGeneral(context) : RunFixed(context);
     }
 
     int MatchNext(CContext* context) const override
     {
         if (m_Unit == General)
-            return MatchNextFixed(context);
+            return MatchNextGeneral(context);
         Back(context, m_Fixed);
         return 0;
     }
@@ -85,7 +85,7 @@ protected:
         }
     }
 
-    int RunFixed(CContext* context) const
+    VORN_REGEX_APART int RunFixed(CContext* context) const
     {
         const int taken = Run(context, m_Fixed);
         if (taken == m_Fixed)
@@ -95,9 +95,9 @@ protected:
     }
 
     // The general case: each iteration leaves its own state on the stack, the newest on top.
-    int MatchFixed(CContext* context) const { return GoFixed(context, 0); }
+    VORN_REGEX_MERGED int MatchFixed(CContext* context) const { return GoFixed(context, 0); }
 
-    int MatchNextFixed(CContext* context) const
+    VORN_REGEX_MERGED int MatchNextFixed(CContext* context) const
     {
         const int taken = ReturnFixed(context, m_Fixed);
         return taken == 0 ? 0 : GoFixed(context, taken);
@@ -106,7 +106,13 @@ protected:
     Unit m_Unit = General;
 
 private:
-    int GoFixed(CContext* context, int taken) const
+    VORN_REGEX_APART int MatchGeneral(CContext* context) const { return MatchFixed(context); }
+    VORN_REGEX_APART int MatchNextGeneral(CContext* context) const
+    {
+        return MatchNextFixed(context);
+    }
+
+    VORN_REGEX_MERGED int GoFixed(CContext* context, int taken) const
     {
         for (; taken < m_Fixed; ++taken)
             if (m_Element->Match(context) == 0) {
@@ -119,7 +125,7 @@ private:
     }
 
     // Retries iterations, the newest first; how many there are once one succeeds, 0 if none does.
-    int ReturnFixed(CContext* context, int taken) const
+    VORN_REGEX_MERGED int ReturnFixed(CContext* context, int taken) const
     {
         for (; taken > 0; --taken)
             if (m_Element->MatchNext(context) != 0)
@@ -143,27 +149,12 @@ public:
 
     int Match(CContext* context) const override
     {
-        if (m_Unit == Base::General)
-            return this->MatchFixed(context) == 0 ? 0 : MatchVart(context);
-        const int spare = TakeRun(context);
-        if (spare < 0)
-            return 0;
-        context->stack.Push(spare);
-        return 1;
+        return m_Unit == Base::General ? MatchGeneral(context) : MatchRun(context);
     }
 
     int MatchNext(CContext* context) const override
     {
-        if (m_Unit == Base::General) {
-            if (MatchNextVart(context) != 0)
-                return 1;
-            return this->MatchNextFixed(context) == 0 ? 0 : MatchVart(context);
-        }
-        if (StepBack(context))
-            return 1;
-        context->stack.Pop();
-        this->Back(context, m_Fixed);
-        return 0;
+        return m_Unit == Base::General ? MatchNextGeneral(context) : MatchNextRun(context);
     }
 
     // Of a repetition that runs: takes all iterations there are; how many can be given back, which
@@ -190,24 +181,26 @@ public:
     }
 
     // The variable part of the general case. Always succeeds.
-    int MatchVart(CContext* context) const
-    {
-        const int frame = context->stack.GetSize();
-        context->stack.Push(context->currentPos, context->captureStack.GetSize(), 0, 0, 0, 0, 0);
-        TakeMore(context, frame);
-        context->stack.Push(context->stack.GetSize() - frame);
-        return 1;
-    }
+    VORN_REGEX_APART int MatchVart(CContext* context) const { return TakeVart(context); }
 
-    int MatchNextVart(CContext* context) const;
+    // Another way for it to match; 0 and undone when there is none.
+    int MatchNextVart(CContext* context) const { return ReturnVart(context); }
 
     using Base::m_Element;
     using Base::m_Fixed;
     int m_Variable;
 
-private:
+protected:
     using Base::m_Unit;
 
+    VORN_REGEX_MERGED int TakeVart(CContext* context) const
+    {
+        const int frame = PushFrame(context);
+        TakeMore(context, frame);
+        return CloseFrame(context, frame);
+    }
+
+private:
     // The variable part's frame on the stack: these, then the set of the ends that were offered,
     // then the iterations, behind each its start, then the distance of all this, by which the frame
     // is found again. Nothing in it depends on where on the stack it lies: it moves when the set of
@@ -226,28 +219,132 @@ private:
 
     static constexpr int WordBits = 32;
 
-    // Takes iterations until the element fails, or would match the empty string for ever.
-    void TakeMore(CContext* context, int frame) const
+    VORN_REGEX_APART int MatchRun(CContext* context) const
     {
-        auto& stack = context->stack;
-        while (stack[frame + Count] < m_Variable) {
-            stack[frame + IterationStart] = context->currentPos;
-            stack[frame + IterationStack] = stack.GetSize() - frame;
-            stack[frame + IterationCaptures] = context->captureStack.GetSize();
+        const int spare = TakeRun(context);
+        if (spare < 0)
+            return 0;
+        context->stack.Push(spare);
+        return 1;
+    }
+
+    VORN_REGEX_APART int MatchNextRun(CContext* context) const
+    {
+        if (StepBack(context))
+            return 1;
+        context->stack.Pop();
+        this->Back(context, m_Fixed);
+        return 0;
+    }
+
+    VORN_REGEX_APART int MatchGeneral(CContext* context) const
+    {
+        return this->MatchFixed(context) == 0 ? 0 : MatchVart(context);
+    }
+
+    VORN_REGEX_APART int MatchNextGeneral(CContext* context) const
+    {
+        return ReturnVart(context) != 0 ? 1 : RetryFixed(context);
+    }
+
+    VORN_REGEX_APART int RetryFixed(CContext* context) const
+    {
+        return this->MatchNextFixed(context) == 0 ? 0 : MatchVart(context);
+    }
+
+    VORN_REGEX_APART static int PushFrame(CContext* context)
+    {
+        const int frame = context->stack.GetSize();
+        context->stack.Push(context->currentPos, context->captureStack.GetSize(), 0, 0, 0, 0, 0);
+        return frame;
+    }
+
+    // Takes iterations until the element fails, or would match the empty string for ever.
+    VORN_REGEX_MERGED void TakeMore(CContext* context, int frame) const
+    {
+        while (BeginIteration(context, frame)) {
             if (m_Element->Match(context) == 0)
                 return;
-            if (context->currentPos == stack[frame + IterationStart]) {
+            if (HasNotMoved(context, frame)) {
                 if (m_Element->MatchNext(context) == 0)
                     return;
-                if (context->currentPos == stack[frame + IterationStart]) {
-                    context->captureStack.Restore(stack[frame + IterationCaptures]);
-                    stack.Restore(frame + stack[frame + IterationStack]);
-                    return;
-                }
+                if (HasNotMoved(context, frame))
+                    return UndoIteration(context, frame);
             }
-            stack.Push(stack[frame + IterationStart]);
-            ++stack[frame + Count];
+            EndIteration(context, frame);
         }
+    }
+
+    // False: there may be no further one.
+    VORN_REGEX_APART bool BeginIteration(CContext* context, int frame) const
+    {
+        int* const at = &context->stack[frame];
+        if (at[Count] >= m_Variable)
+            return false;
+        at[IterationStart] = context->currentPos;
+        at[IterationStack] = context->stack.GetSize() - frame;
+        at[IterationCaptures] = context->captureStack.GetSize();
+        return true;
+    }
+
+    static bool HasNotMoved(const CContext* context, int frame)
+    {
+        return context->currentPos == context->stack[frame + IterationStart];
+    }
+
+    VORN_REGEX_APART static void EndIteration(CContext* context, int frame)
+    {
+        KeepIteration(context, frame);
+        ++context->stack[frame + Count];
+    }
+
+    VORN_REGEX_APART static void UndoIteration(CContext* context, int frame)
+    {
+        context->captureStack.Restore(context->stack[frame + IterationCaptures]);
+        context->stack.Restore(frame + context->stack[frame + IterationStack]);
+    }
+
+    VORN_REGEX_MERGED int ReturnVart(CContext* context) const;
+    VORN_REGEX_MERGED bool ReturnIteration(CContext* context, int frame) const;
+
+    // Finds the frame again. What is retried was offered where it ended, which is where the context
+    // stands.
+    VORN_REGEX_APART static int PopFrame(CContext* context)
+    {
+        const int distance = context->stack.Pop();
+        const int frame = context->stack.GetSize() - distance;
+        if (context->stack[frame + Count] > 0)
+            SetOffered(context, frame);
+        return frame;
+    }
+
+    // The newest iteration's start is its own again.
+    VORN_REGEX_APART static void ResumeIteration(CContext* context, int frame)
+    {
+        context->stack[frame + IterationStart] = context->stack.Pop();
+    }
+
+    VORN_REGEX_APART static void KeepIteration(CContext* context, int frame)
+    {
+        context->stack.Push(context->stack[frame + IterationStart]);
+    }
+
+    static bool IsBackAtStart(const CContext* context, int frame)
+    {
+        return context->currentPos == context->stack[frame + Start];
+    }
+
+    VORN_REGEX_APART static int UndoAll(CContext* context, int frame)
+    {
+        context->captureStack.Restore(context->stack[frame + Captures]);
+        context->stack.Restore(frame);
+        return 0;
+    }
+
+    VORN_REGEX_APART static int CloseFrame(CContext* context, int frame)
+    {
+        context->stack.Push(context->stack.GetSize() - frame);
+        return 1;
     }
 
     // The set has a bit for each position, by its distance from the start.
@@ -258,7 +355,7 @@ private:
                                            : context->currentPos - start;
     }
 
-    static bool IsOffered(const CContext* context, int frame)
+    VORN_REGEX_APART static bool IsOffered(const CContext* context, int frame)
     {
         const int distance = Distance(context, frame);
         const int word = distance / WordBits;
@@ -268,7 +365,7 @@ private:
                 1U) != 0;
     }
 
-    static void SetOffered(CContext* context, int frame)
+    VORN_REGEX_APART static void SetOffered(CContext* context, int frame)
     {
         auto& stack = context->stack;
         const int distance = Distance(context, frame);
@@ -285,40 +382,33 @@ private:
     }
 };
 
+// Retries the newest iteration until it has moved, and extends from there; without another way it
+// is dropped. False: it came back to where the first one began.
 template <int x>
-int CGreedyElxT<x>::MatchNextVart(CContext* context) const
+VORN_REGEX_MERGED bool CGreedyElxT<x>::ReturnIteration(CContext* context, int frame) const
 {
-    auto& stack = context->stack;
-    const int distance = stack.Pop();
-    const int frame = stack.GetSize() - distance;
-    // What is retried was offered where it ended, which is where the context stands.
-    if (stack[frame + Count] > 0)
-        SetOffered(context, frame);
-    while (stack[frame + Count] > 0) {
-        stack[frame + IterationStart] = stack.Pop();
-        for (;;) {
-            if (m_Element->MatchNext(context) == 0) {
-                --stack[frame + Count];
-                break;
-            }
-            if (context->currentPos == stack[frame + Start]) {
-                context->captureStack.Restore(stack[frame + Captures]);
-                stack.Restore(frame);
-                return 0;
-            }
-            if (context->currentPos != stack[frame + IterationStart]) {
-                stack.Push(stack[frame + IterationStart]);
-                TakeMore(context, frame);
-                break;
-            }
+    ResumeIteration(context, frame);
+    do {
+        if (m_Element->MatchNext(context) == 0) {
+            --context->stack[frame + Count];
+            return true;
         }
-        if (!IsOffered(context, frame)) {
-            stack.Push(stack.GetSize() - frame);
-            return 1;
-        }
-    }
-    stack.Restore(frame);
-    return 0;
+        if (IsBackAtStart(context, frame))
+            return false;
+    } while (HasNotMoved(context, frame));
+    KeepIteration(context, frame);
+    TakeMore(context, frame);
+    return true;
+}
+
+template <int x>
+VORN_REGEX_MERGED int CGreedyElxT<x>::ReturnVart(CContext* context) const
+{
+    const int frame = PopFrame(context);
+    while (context->stack[frame + Count] > 0 && ReturnIteration(context, frame))
+        if (!IsOffered(context, frame))
+            return CloseFrame(context, frame);
+    return UndoAll(context, frame);
 }
 
 // "*?", "+?", "??", "{n,m}?": as seldom as possible first.
@@ -335,31 +425,12 @@ public:
 
     int Match(CContext* context) const override
     {
-        if (Base::Match(context) == 0)
-            return 0;
-        context->stack.Push(0);
-        return 1;
+        return m_Unit == Base::General ? MatchGeneral(context) : MatchRun(context);
     }
 
     int MatchNext(CContext* context) const override
     {
-        if (m_Unit == Base::General) {
-            if (MatchNextVart(context) != 0)
-                return 1;
-            if (this->MatchNextFixed(context) == 0)
-                return 0;
-            context->stack.Push(0);
-            return 1;
-        }
-        int& taken = context->stack.Top();
-        if (taken < m_Variable && this->Run(context, 1) == 1) {
-            ++taken;
-            return 1;
-        }
-        this->Back(context, taken);
-        this->Back(context, m_Fixed);
-        context->stack.Pop();
-        return 0;
+        return m_Unit == Base::General ? MatchNextGeneral(context) : MatchNextRun(context);
     }
 
     // The variable part of the general case: one more iteration, or another way to match the
@@ -373,8 +444,52 @@ public:
 private:
     using Base::m_Unit;
 
+    VORN_REGEX_APART int MatchRun(CContext* context) const
+    {
+        if (this->RunFixed(context) == 0)
+            return 0;
+        context->stack.Push(0);
+        return 1;
+    }
+
+    VORN_REGEX_APART int MatchNextRun(CContext* context) const
+    {
+        int& taken = context->stack.Top();
+        if (taken < m_Variable && this->Run(context, 1) == 1) {
+            ++taken;
+            return 1;
+        }
+        this->Back(context, taken);
+        this->Back(context, m_Fixed);
+        context->stack.Pop();
+        return 0;
+    }
+
+    VORN_REGEX_APART int MatchGeneral(CContext* context) const
+    {
+        if (this->MatchFixed(context) == 0)
+            return 0;
+        context->stack.Push(0);
+        return 1;
+    }
+
+    VORN_REGEX_APART int MatchNextGeneral(CContext* context) const
+    {
+        return ReturnVart(context) != 0 ? 1 : RetryFixed(context);
+    }
+
+    VORN_REGEX_APART int RetryFixed(CContext* context) const
+    {
+        if (this->MatchNextFixed(context) == 0)
+            return 0;
+        context->stack.Push(0);
+        return 1;
+    }
+
+    VORN_REGEX_MERGED int ReturnVart(CContext* context) const;
+
     // Goes on retrying the element until it has moved; 0 when it has no other way.
-    int MoveOn(CContext* context, int start) const
+    VORN_REGEX_MERGED int MoveOn(CContext* context, int start) const
     {
         while (context->currentPos == start)
             if (m_Element->MatchNext(context) == 0)
@@ -384,7 +499,7 @@ private:
 };
 
 template <int x>
-int CReluctantElxT<x>::MatchNextVart(CContext* context) const
+VORN_REGEX_MERGED int CReluctantElxT<x>::ReturnVart(CContext* context) const
 {
     auto& stack = context->stack;
     int count = stack.Pop();
@@ -412,22 +527,25 @@ public:
 
     int Match(CContext* context) const override
     {
-        auto& stack = context->stack;
-        const int size = stack.GetSize();
-        stack.Push(context->captureStack.GetSize(), context->currentPos);
-        if (CGreedyElxT<x>::Match(context) == 0) {
-            stack.Restore(size);
-            return 0;
-        }
-        stack.Restore(size + 2);
-        return 1;
+        return this->m_Unit == CGreedyElxT<x>::General ? MatchGeneral(context) : MatchRun(context);
     }
 
-    int MatchNext(CContext* context) const override
+    int MatchNext(CContext* context) const override { return Internals::UndoToMark(context); }
+
+private:
+    VORN_REGEX_APART int MatchRun(CContext* context) const
     {
-        context->currentPos = context->stack.Pop();
-        context->captureStack.Restore(context->stack.Pop());
-        return 0;
+        const int mark = Internals::PushMark(context);
+        return Internals::CutToMark(context, mark, this->TakeRun(context) >= 0);
+    }
+
+    VORN_REGEX_APART int MatchGeneral(CContext* context) const
+    {
+        const int mark = Internals::PushMark(context);
+        const bool matched = this->MatchFixed(context) != 0;
+        if (matched)
+            this->TakeVart(context);
+        return Internals::CutToMark(context, mark, matched);
     }
 };
 

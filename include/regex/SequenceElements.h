@@ -39,11 +39,9 @@ public:
 
     int MatchNext(CContext* context) const override
     {
-        if (m_Run != nullptr && m_Closing->CanMove(context) && m_Run->StepBack(context)) {
-            m_Closing->Move(context);
+        if (m_Run != nullptr && ReturnInRun(context))
             return 1;
-        }
-        return m_RightToLeft == 0 ? Return<1>(context, Last<1>()) : Return<-1>(context, Last<-1>());
+        return m_RightToLeft == 0 ? Return<1>(context) : Return<-1>(context);
     }
 
     CBufferT<ElxInterface*> m_Items;
@@ -52,7 +50,7 @@ public:
 private:
     // The group around the repetition, which cannot see the group: it is opened once that is known
     // to match.
-    int MatchRun(CContext* context) const
+    VORN_REGEX_APART int MatchRun(CContext* context) const
     {
         const int at = context->currentPos;
         const int spare = m_Run->TakeRun(context);
@@ -68,6 +66,14 @@ private:
         return m_Closing->Match(context);
     }
 
+    VORN_REGEX_APART bool ReturnInRun(CContext* context) const
+    {
+        if (!m_Closing->CanMove(context) || !m_Run->StepBack(context))
+            return false;
+        m_Closing->Move(context);
+        return true;
+    }
+
     const CBracketElxT<char>* m_Opening = nullptr;
     const CBracketElxT<char>* m_Closing = nullptr;
     const CGreedyElxT<x>* m_Run = nullptr; // null: not such a group
@@ -76,38 +82,44 @@ private:
     template <int Step>
     ElxInterface* const* First() const
     {
-        return m_Items.GetBuffer() + (Step > 0 ? 0 : m_Items.GetSize() - 1);
+        return Step > 0 ? m_Items.begin() : m_Items.end() - 1;
     }
     template <int Step>
     ElxInterface* const* Last() const
     {
-        return m_Items.GetBuffer() + (Step > 0 ? m_Items.GetSize() : -1);
+        return Step > 0 ? m_Items.end() : m_Items.begin() - 1;
     }
 
     // Matches from an item on to the last; where one fails, those before it are retried.
     template <int Step>
-    int Go(CContext* context, ElxInterface* const* item) const
+    VORN_REGEX_APART int Go(CContext* context, ElxInterface* const* item) const
     {
         for (; item != Last<Step>(); item += Step)
-            if ((*item)->Match(context) == 0)
-                do {
-                    if (item == First<Step>())
-                        return 0;
-                    item -= Step;
-                } while ((*item)->MatchNext(context) == 0);
+            if ((*item)->Match(context) == 0) {
+                item = Retry<Step>(context, item);
+                if (item == nullptr)
+                    return 0;
+            }
         return 1;
     }
 
-    // Retries the items before a place, the nearest first, and goes on from the one that succeeds.
     template <int Step>
-    int Return(CContext* context, ElxInterface* const* item) const
+    VORN_REGEX_APART int Return(CContext* context) const
+    {
+        ElxInterface* const* const item = Retry<Step>(context, Last<Step>());
+        return item == nullptr ? 0 : Go<Step>(context, item + Step);
+    }
+
+    // Retries the items before a place, the nearest first; the one that succeeds, or null.
+    template <int Step>
+    VORN_REGEX_MERGED ElxInterface* const* Retry(CContext* context, ElxInterface* const* item) const
     {
         do {
             if (item == First<Step>())
-                return 0;
+                return nullptr;
             item -= Step;
         } while ((*item)->MatchNext(context) == 0);
-        return Go<Step>(context, item + Step);
+        return item;
     }
 };
 
@@ -145,22 +157,21 @@ public:
     CBufferT<ElxInterface*> m_Branches;
 
 private:
-    int TryFrom(CContext* context, int branch) const
+    VORN_REGEX_APART int TryFrom(CContext* context, int branch) const
     {
-        const int at = context->currentPos;
-        const int here = at >= 0 && at < context->textLength
-                             ? static_cast<unsigned char>(context->text[at])
-                             : -1;
-        for (; branch < m_Branches.GetSize(); ++branch) {
-            const int first = m_Firsts[branch];
-            if (first >= 0 && first != here)
-                continue;
-            if (m_Branches[branch]->Match(context) != 0) {
+        for (; branch < m_Branches.GetSize(); ++branch)
+            if (CanBegin(context, m_Firsts[branch]) && m_Branches[branch]->Match(context) != 0) {
                 context->stack.Push(branch);
                 return 1;
             }
-        }
         return 0;
+    }
+
+    static bool CanBegin(const CContext* context, int first)
+    {
+        return first < 0 ||
+               (context->currentPos < context->textLength &&
+                static_cast<unsigned char>(context->text[context->currentPos]) == first);
     }
 
     CBufferT<int> m_Firsts; // by branch

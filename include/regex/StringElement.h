@@ -58,7 +58,7 @@ public:
 
 private:
     // Inline in every loop: most texts end here, at the first character.
-    __attribute__((always_inline)) bool Equals(const Char* subject) const
+    VORN_REGEX_MERGED bool Equals(const Char* subject) const
     {
         const Char* const text = m_Text.GetBuffer();
         const int length = m_Text.GetSize();
