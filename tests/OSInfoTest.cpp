@@ -68,7 +68,7 @@ std::string Facts()
     for (const auto getter : Getters) {
         Vorn::Strings::TString<16> text(Vorn::Strings::CStringRef("from before"));
         const bool known = (system.*getter)(text);
-        facts += text.m_Text + std::string(getter == Getters[4] ? "" : "|");
+        facts.append(text).append(getter == Getters[4] ? "" : "|");
         if (known != (text.m_Length != 0))
             facts += "(but says otherwise)";
     }
