@@ -21,6 +21,7 @@ namespace VornEx {
 namespace {
 
 using Vorn::FileSystem::CFile;
+using Vorn::Regex::CTextMatch;
 using Vorn::Strings::CStringVar;
 using Vorn::Strings::CSubStringRef;
 
@@ -30,31 +31,10 @@ Vorn::Exceptions::SOURCE_INFO g_KernelMajorSource = {{0}, Source, 102};
 Vorn::Exceptions::SOURCE_INFO g_KernelMinorSource = {{0}, Source, 110};
 
 // A text matched against a pattern that is used just once.
-class CMatch
+CTextMatch Match(const char* pattern, const char* text)
 {
-public:
-    CMatch(const char* pattern, const char* text)
-        : m_Text(text), m_Result(Vorn::Regex::CRegexpT<char>(pattern).Match(text))
-    {}
-
-    explicit operator bool() const { return m_Result.Matched(); }
-
-    // The text that a group has matched; empty where it took no part.
-    CSubStringRef Group(int number) const
-    {
-        const int begin = m_Result.GroupBegin(number);
-        if (begin < 0)
-            return {};
-        return {m_Text + begin, static_cast<unsigned int>(m_Result.GroupEnd(number) - begin)};
-    }
-
-    // From where a group begins to the end of the whole text.
-    const char* From(int number) const { return m_Text + m_Result.GroupBegin(number); }
-
-private:
-    const char* m_Text;
-    Vorn::Regex::MatchResultT<0> m_Result;
-};
+    return Vorn::Regex::CRegexpT<char>(pattern).Match(text);
+}
 
 void Set(CStringVar& target, const CSubStringRef& text)
 {
@@ -82,7 +62,7 @@ struct CForm
 {
     const char* m_Pattern;
     const char* m_Product = nullptr; // null: group 1, and the version is the group behind it
-    void (*m_More)(CRelease& release, const CMatch& match) = nullptr;
+    void (*m_More)(CRelease& release, const CTextMatch& match) = nullptr;
 };
 
 // Reads the first line; the first form that it has decides.
@@ -91,7 +71,7 @@ void ReadFirstLine(CRelease& release, const CForm (&forms)[Count])
 {
     release.ReadLine();
     for (const CForm& form : forms) {
-        const CMatch match(form.m_Pattern, release.m_Line);
+        const CTextMatch match = Match(form.m_Pattern, release.m_Line);
         if (!match)
             continue;
         int group = 1;
@@ -174,19 +154,20 @@ void ReadRedHat(CRelease& release)
 {
     static constexpr CForm Forms[] = {
         {R"(^Red Hat (.*) release (\d+) (\([^)]*\)))", nullptr,
-         [](CRelease& system, const CMatch& match) {
-             const CMatch update(R"(\(.* Update (\d+)\))", match.From(3));
+         [](CRelease& system, const CTextMatch& match) {
+             const char* const codename = system.m_Line + match.GroupBegin(3);
+             const CTextMatch update = Match(R"(\(.* Update (\d+)\))", codename);
              if (update)
                  Set(system.m_ServicePack, update.Group(1));
          }},
         {R"(^Red Hat (.*) release (\d+)\.(\d+) (.*))", nullptr,
-         [](CRelease& system, const CMatch& match) {
+         [](CRelease& system, const CTextMatch& match) {
              system.m_Version.Format(".%s") << match.Group(3);
          }},
         {R"(^CentOS release (\d+(\.\d+)*){1} (.*))", "CentOS",
-         [](CRelease& system, const CMatch& /*match*/) { system.m_Vendor.Clear(); }},
+         [](CRelease& system, const CTextMatch& /*match*/) { system.m_Vendor.Clear(); }},
         {R"(^XenServer release (\d+\.\d+\.\d+)(.*))", "XenServer",
-         [](CRelease& system, const CMatch& /*match*/) {
+         [](CRelease& system, const CTextMatch& /*match*/) {
              system.m_Vendor = "Citrix Systems, Inc.";
          }},
     };
@@ -230,7 +211,7 @@ void ReadDebian(CRelease& release)
     // Also where the file names no version, as between two releases.
     release.m_Product = "Debian GNU/Linux";
     release.ReadLine();
-    const CMatch match(R"((\d+\.\d+))", release.m_Line);
+    const CTextMatch match = Match(R"((\d+\.\d+))", release.m_Line);
     if (match)
         Set(release.m_Version, match.Group(1));
 }
@@ -293,7 +274,7 @@ COSInfo_Lx::COSInfo_Lx()
     if (uname(&kernel) == 0) {
         m_ProcessorArchitecture = std::strcmp(kernel.machine, "x86_64") == 0 ? "x86-64" : "x86-32";
         // The blank behind the minor number is meant.
-        const CMatch match(R"(^(\d+)\.(\d+) (.*))", kernel.release);
+        const CTextMatch match = Match(R"(^(\d+)\.(\d+) (.*))", kernel.release);
         if (match) {
             m_KernelMajor = KernelNumber(match.Group(1), g_KernelMajorSource);
             m_KernelMinor = KernelNumber(match.Group(2), g_KernelMinorSource);
