@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include <fcntl.h>
+#include <sys/utsname.h>
 
 #include "RunProgram.h"
 
@@ -77,6 +78,10 @@ TEST(Tool, ReportAgreesWithTheSystem)
     char name[256] = "";
     ASSERT_EQ(gethostname(name, sizeof name), 0);
     EXPECT_EQ(report["host"]["name"], name);
+    utsname kernel;
+    ASSERT_EQ(uname(&kernel), 0);
+    EXPECT_EQ(report["os"]["kernel"]["release"], kernel.release);
+    EXPECT_NE(report["os"]["architecture"].get<std::string>().find("x86-"), std::string::npos);
     EXPECT_EQ(report["processor"]["vendor"].get<std::string>().size(), 12U);
     const auto now = report["time"]["milliseconds"].get<long long>() / 1000;
     EXPECT_NEAR(static_cast<double>(now), static_cast<double>(time(nullptr)), 60);

@@ -60,6 +60,7 @@ private:
 
 // The subcommands, one a source file.
 void AddReport(CProgram& program);
+void AddOs(CProgram& program);
 void AddCpu(CProgram& program);
 void AddDisks(CProgram& program);
 void AddTime(CProgram& program);

@@ -20,8 +20,8 @@ struct CRow
 };
 
 constexpr CRow Sections[] = {
-    {"host", HostSection},   {"processor", ProcessorSection}, {"time", TimeSection},
-    {"disks", DisksSection}, {"library", LibrarySection},
+    {"host", HostSection}, {"os", OsSection},       {"processor", ProcessorSection},
+    {"time", TimeSection}, {"disks", DisksSection}, {"library", LibrarySection},
 };
 
 struct COptions

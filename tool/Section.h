@@ -18,6 +18,7 @@ struct CSection
 };
 
 CSection HostSection();
+CSection OsSection();
 CSection ProcessorSection();
 CSection TimeSection();
 CSection DisksSection();

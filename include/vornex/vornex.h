@@ -3,6 +3,7 @@
 
 #include <vornex/Module.h>
 #include <vornex/Numbers.h>
+#include <vornex/OSInfo.h>
 #include <vornex/PartitionTable.h>
 #include <vornex/SystemLog.h>
 #include <vornex/SystemTime.h>
