@@ -44,6 +44,7 @@ using Matches = std::vector<std::vector<int>>; // for each match, the begin and 
 constexpr int AllFlags = 63;
 constexpr std::size_t MostMatches = 8; // compared of one text
 constexpr uint32_t PeerMatchLimit = 20'000;
+constexpr int NestedCalls = 5;      // a hundred, each in a choice, would never come to an end
 constexpr long SlowAfter = 400'000; // microseconds
 
 struct CInput
@@ -174,6 +175,7 @@ public:
         CContext context(m_Text.get(), m_Length);
         if (m_RightToLeft)
             context.currentPos = context.beginPos = m_Length;
+        context.recursionBudget = NestedCalls;
         matching = &context;
         int last = context.currentPos;
         while (found.size() < MostMatches && gaveUp == 0) {
@@ -329,25 +331,32 @@ void TryWild(int flags, FuzzedDataProvider& data)
                Readable(pattern.m_Slow));
 }
 
+// Group calls in a pattern of raw bytes.
+std::size_t Calls(const std::string& pattern)
+{
+    std::size_t calls = 0;
+    for (std::size_t i = pattern.find("(?"); i != std::string::npos;
+         i = pattern.find("(?", i + 1)) {
+        const char next = i + 2 < pattern.size() ? pattern[i + 2] : '\0';
+        calls += next == 'R' || std::isdigit(static_cast<unsigned char>(next)) != 0 ? 1 : 0;
+    }
+    return calls;
+}
+
 // Whether a pattern of raw bytes asks for more than a fuzz run has time for, by a rough count of
 // its repetitions and calls. Cuts the text to what the pattern leaves time for.
 bool AsksTooMuch(const std::string& pattern, std::string& text)
 {
     std::size_t repetitions = 0;
-    std::size_t calls = 0;
     double product = 1;
     for (std::size_t i = 0; i < pattern.size(); ++i) {
         const char character = pattern[i];
         if (std::strchr("*+?{", character) != nullptr)
             ++repetitions;
-        if (pattern.compare(i, 2, "(?") == 0 && i + 2 < pattern.size() &&
-            (pattern[i + 2] == 'R' ||
-             std::isdigit(static_cast<unsigned char>(pattern[i + 2])) != 0))
-            ++calls;
         if (character == '{' || character == ',')
             product *= std::max(1, std::atoi(pattern.c_str() + i + 1));
     }
-    if (repetitions > 10 || calls > 2 || product > 5000)
+    if (repetitions > 10 || Calls(pattern) > 2 || product > 5000)
         return true;
     text.resize(std::min<std::size_t>(text.size(), repetitions <= 2   ? 40
                                                    : repetitions <= 4 ? 12
@@ -367,6 +376,8 @@ void TryRaw(int flags, const std::string& bytes)
 
     const Matches found = SearchTwice(pattern, flags, text);
     if (gaveUp != 0)
+        return;
+    if (Calls(pattern) != 0)
         return;
     const std::vector<int> first = CSubject(pattern, flags, text).First();
     if (first != (found.empty() ? std::vector<int>() : found.front()))
