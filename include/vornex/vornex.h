@@ -4,6 +4,7 @@
 #include <vornex/Module.h>
 #include <vornex/Numbers.h>
 #include <vornex/PartitionTable.h>
+#include <vornex/StringTokenizer.h>
 #include <vornex/SystemLog.h>
 #include <vornex/SystemTime.h>
 #include <vornex/Utilities.h>
