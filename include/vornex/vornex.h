@@ -8,3 +8,4 @@
 #include <vornex/SystemLog.h>
 #include <vornex/SystemTime.h>
 #include <vornex/Utilities.h>
+#include <vornex/VersionCheck.h>
