@@ -13,7 +13,8 @@ namespace Tool {
 namespace {
 
 constexpr void (*Subcommands[])(CProgram&) = {
-    AddReport, AddCpu, AddDisks, AddTime, AddLog, AddNumber, AddError,
+    AddReport,  AddCpu,  AddDisks, AddPci,    AddModule,
+    AddCompare, AddTime, AddLog,   AddNumber, AddError,
 };
 
 constexpr unsigned int AllLevels = Vorn::Internals::TraceEnterLeave | Vorn::Internals::TraceDetail;

@@ -62,6 +62,9 @@ private:
 void AddReport(CProgram& program);
 void AddCpu(CProgram& program);
 void AddDisks(CProgram& program);
+void AddPci(CProgram& program);
+void AddModule(CProgram& program);
+void AddCompare(CProgram& program);
 void AddTime(CProgram& program);
 void AddLog(CProgram& program);
 void AddNumber(CProgram& program);

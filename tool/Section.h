@@ -21,6 +21,7 @@ CSection HostSection();
 CSection ProcessorSection();
 CSection TimeSection();
 CSection DisksSection();
+CSection PciSection();
 CSection LibrarySection();
 
 // Prints a section as text or JSON, complains of its problems, and gives the exit status.

@@ -1,6 +1,7 @@
 // All platform services.
 #pragma once
 
+#include <vornex/ConfigManager.h>
 #include <vornex/Module.h>
 #include <vornex/Numbers.h>
 #include <vornex/PartitionTable.h>
