@@ -6,10 +6,14 @@
 // One whose first character behind tabs and blanks is "#" is a comment.
 //
 // A path ends at the first colon behind the line's start, though that may stand lines later: such a
-// path names no file. The list is read through a buffer that holds one line at least; why it is not
-// mapped says ModuleFile.cpp.
+// path names no file.
+//
+// The list is half a megabyte of mostly dependencies, so it is not taken apart line by line: the
+// name is looked for, and the lines around only where it stands. It is read through a buffer that
+// holds at least the text between two colons; why it is not mapped says ModuleFile.cpp.
 #include "ModuleFile.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -58,12 +62,6 @@ public:
     // Behind the last character that was read so far.
     std::uint64_t End() const { return m_Origin + m_Length; }
 
-private:
-    std::size_t Index(std::uint64_t position) const
-    {
-        return static_cast<std::size_t>(position - m_Origin);
-    }
-
     // Reads on; false at the end, which a buffer that cannot grow is too.
     [[gnu::noinline]] bool Fill()
     {
@@ -94,6 +92,12 @@ private:
         return got > 0;
     }
 
+private:
+    std::size_t Index(std::uint64_t position) const
+    {
+        return static_cast<std::size_t>(position - m_Origin);
+    }
+
     int m_Descriptor;
     std::uint64_t m_Origin = 0; // of the buffer's first byte
     std::size_t m_First = 0;    // index of the first byte that is needed
@@ -104,22 +108,105 @@ private:
     char m_Inline[32768];
 };
 
-// Whether a file name is the module's: the characters equal, "-" and "_" alike and ":" for any,
-// and a "." behind them.
-bool IsNamed(std::string_view file, std::string_view module)
+// The name that is looked for. In a file's name "-" and "_" are alike, a ":" of the looked-for name
+// stands for any character, and a "." comes behind it.
+class CName
 {
-    if (file.size() <= module.size() || file[module.size()] != '.')
-        return false;
-    for (std::size_t index = 0; index < module.size(); ++index) {
-        const char wanted = module[index];
-        const char found = file[index];
-        const bool alike = wanted == found || wanted == ':' || (wanted == '-' && found == '_') ||
-                           (wanted == '_' && found == '-');
-        if (!alike)
-            return false;
+public:
+    explicit CName(std::string_view name) : m_Name(name), m_First(name.size()), m_Last(name.size())
+    {
+        for (std::size_t index = 0; index < name.size(); ++index) {
+            if (name[index] == '-' || name[index] == '_' || name[index] == ':')
+                continue;
+            if (m_First == name.size())
+                m_First = index;
+            m_Last = index;
+        }
     }
-    return true;
-}
+
+    std::size_t Length() const { return m_Name.size(); }
+
+    // Whether a file's name is the one, or the text behind a place begins with it and the dot.
+    bool Is(std::string_view file) const
+    {
+        if (file.size() <= m_Name.size() || file[m_Name.size()] != '.')
+            return false;
+        for (std::size_t index = 0; index < m_Name.size(); ++index) {
+            const char wanted = m_Name[index];
+            const char found = file[index];
+            const bool alike = wanted == found || wanted == ':' ||
+                               (wanted == '-' && found == '_') || (wanted == '_' && found == '-');
+            if (!alike)
+                return false;
+        }
+        return true;
+    }
+
+    // The first index, from `from` on, where the text has the name and the dot, or npos.
+    std::size_t Find(std::string_view text, std::size_t from) const
+    {
+        const std::size_t end = text.size() - std::min(text.size(), m_Name.size());
+        while (from < end) {
+            if (end - from >= BlockSize)
+                from = SkipBlocks(text.data(), from, end);
+            const std::size_t blockEnd = std::min(end, from + BlockSize);
+            for (; from < blockEnd; ++from)
+                if (Is(text.substr(from)))
+                    return from;
+        }
+        return std::string_view::npos;
+    }
+
+private:
+    static constexpr std::size_t BlockSize = 64;
+
+    // The first index of the next block of places that one of may be the name's, by two of its
+    // characters and the dot: what compilers turn into a few vector instructions.
+    [[gnu::always_inline]] inline std::size_t SkipAny(const char* text, std::size_t from,
+                                                      std::size_t end) const
+    {
+        const char first = *(m_First < m_Name.size() ? &m_Name[m_First] : ".");
+        const char last = *(m_Last < m_Name.size() ? &m_Name[m_Last] : ".");
+        for (; end - from >= BlockSize; from += BlockSize) {
+            const char* const firsts = text + from + m_First;
+            const char* const lasts = text + from + m_Last;
+            const char* const dots = text + from + m_Name.size();
+            unsigned char found = 0;
+            for (std::size_t place = 0; place < BlockSize; ++place)
+                found = static_cast<unsigned char>(
+                    found | (static_cast<unsigned char>(firsts[place] == first) &
+                             static_cast<unsigned char>(lasts[place] == last) &
+                             static_cast<unsigned char>(dots[place] == '.')));
+            if (found != 0)
+                break;
+        }
+        return from;
+    }
+
+    // The same compiled for what the processor has, which 32-bit code cannot take for granted.
+    [[gnu::target("avx2")]] std::size_t SkipAvx2(const char* text, std::size_t from,
+                                                 std::size_t end) const
+    {
+        return SkipAny(text, from, end);
+    }
+    [[gnu::target("sse2")]] std::size_t SkipSse2(const char* text, std::size_t from,
+                                                 std::size_t end) const
+    {
+        return SkipAny(text, from, end);
+    }
+    std::size_t SkipBlocks(const char* text, std::size_t from, std::size_t end) const
+    {
+        if (__builtin_cpu_supports("avx2") != 0)
+            return SkipAvx2(text, from, end);
+        if (__builtin_cpu_supports("sse2") != 0)
+            return SkipSse2(text, from, end);
+        return SkipAny(text, from, end);
+    }
+
+    std::string_view m_Name;
+    std::size_t m_First; // two characters of it that stand for themselves; the dot where none does
+    std::size_t m_Last;
+};
 
 bool IsComment(std::string_view line)
 {
@@ -127,35 +214,97 @@ bool IsComment(std::string_view line)
     return first != std::string_view::npos && line[first] == '#';
 }
 
-// The path of the first line whose file is the module's, as it stands there; empty when none is.
-std::string_view FindLine(CTextWindow& text, std::string_view module)
+// Of lines that end in the same path, as those do that have no colon before it: the path as it
+// stands in the first line whose file is the module's; empty when none is. The text begins with a
+// line and ends before the colon.
+std::string_view FindInLines(std::string_view text, const CName& module)
 {
-    std::uint64_t colon = Nowhere; // the first at or behind the line's start
-    std::uint64_t slash = Nowhere; // the last before it
-    for (std::uint64_t line = 0;;) {
-        text.Drop(line);
-        const std::uint64_t newline = text.Find('\n', line);
-        const std::uint64_t lineEnd = newline != Nowhere ? newline : text.End();
-        // Looked for once a colon, however many lines stand before it.
-        if (line == 0 || colon < line) {
-            colon = text.Find(':', line);
-            if (colon == Nowhere)
-                return {};
-            const void* const found =
-                memrchr(text.At(line), '/', static_cast<std::size_t>(colon - line));
-            slash = found == nullptr ? Nowhere
-                                     : line + static_cast<std::uint64_t>(
-                                                  static_cast<const char*>(found) - text.At(line));
-        }
-        const std::uint64_t name = slash != Nowhere && slash >= line ? slash + 1 : line;
-        if (IsNamed({text.At(name), static_cast<std::size_t>(colon - name)}, module) &&
-            !IsComment({text.At(line), static_cast<std::size_t>(lineEnd - line)}))
-            return {text.At(line), static_cast<std::size_t>(colon - line)};
-        if (newline == Nowhere)
+    const std::size_t slash = text.rfind('/');
+    for (std::size_t line = 0;;) {
+        const std::size_t name =
+            slash != std::string_view::npos && slash >= line ? slash + 1 : line;
+        if (module.Is(text.substr(name)) && !IsComment(text.substr(line)))
+            return text.substr(line);
+        line = text.find('\n', line);
+        if (line == std::string_view::npos)
             return {};
-        line = newline + 1;
+        ++line;
     }
 }
+
+// Walks the list from one place with the name to the next. Most are dependencies of other modules.
+class CSearch
+{
+public:
+    CSearch(CTextWindow& list, const CName& module) : m_List(list), m_Module(module) {}
+
+    // The path of the first line whose file is the module's, as it stands there; empty when none
+    // is.
+    std::string_view Run()
+    {
+        for (std::uint64_t from = 0;;) {
+            const std::uint64_t place = NextPlace(from);
+            if (place == Nowhere)
+                return {};
+            Pass(place);
+            from = place + 1;
+            if (m_Line == Nowhere)
+                continue;
+            const std::uint64_t colon = m_List.Find(':', place);
+            if (colon == Nowhere)
+                return {};
+            const std::string_view path = FindInLines(
+                {m_List.At(m_Line), static_cast<std::size_t>(colon - m_Line)}, m_Module);
+            if (!path.empty())
+                return path;
+            from = colon + 1;
+        }
+    }
+
+private:
+    // Where the name stands next, at `from` or behind.
+    std::uint64_t NextPlace(std::uint64_t from)
+    {
+        for (;;) {
+            const std::string_view text(m_List.At(from),
+                                        static_cast<std::size_t>(m_List.End() - from));
+            const std::size_t found = m_Module.Find(text, 0);
+            if (found != std::string_view::npos)
+                return from + found;
+            // What has no room for the name yet is looked at again with more text.
+            from += text.size() - std::min(text.size(), m_Module.Length());
+            Pass(from);
+            m_List.Drop(std::min(m_Line, from));
+            if (!m_List.Fill())
+                return Nowhere;
+        }
+    }
+
+    // Takes note of the lines and colons before a position.
+    void Pass(std::uint64_t position)
+    {
+        const auto rest = [&] {
+            return std::string_view(m_List.At(m_Passed),
+                                    static_cast<std::size_t>(position - m_Passed));
+        };
+        const std::size_t colon = rest().rfind(':');
+        if (colon != std::string_view::npos) {
+            m_Line = Nowhere;
+            m_Passed += colon + 1;
+        }
+        if (m_Line == Nowhere) {
+            const std::size_t newline = rest().find('\n');
+            if (newline != std::string_view::npos)
+                m_Line = m_Passed + newline + 1;
+        }
+        m_Passed = position;
+    }
+
+    CTextWindow& m_List;
+    const CName& m_Module;
+    std::uint64_t m_Passed = 0;
+    std::uint64_t m_Line = 0; // the first that has no colon before m_Passed; Nowhere: none begun
+};
 
 } // namespace
 
@@ -173,7 +322,8 @@ bool FindModulePath(const Vorn::Strings::CStringRef& module, Vorn::Strings::CStr
     if (!file.IsOpen())
         return false;
     CTextWindow text(file.Descriptor());
-    const std::string_view found = FindLine(text, module);
+    const CName name(module);
+    const std::string_view found = CSearch(text, name).Run();
     // A NUL would make the system see another path than the list has.
     if (found.empty() || found.find('\0') != std::string_view::npos)
         return false;

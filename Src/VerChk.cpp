@@ -49,115 +49,113 @@ bool FindConsoleVersion(const CStringRef& module, CStringVar& version)
 
 Vorn::Exceptions::SOURCE_INFO g_CompareSource = {{0}, "Src/VerChk.cpp", __LINE__};
 
-// What a character is in a version: its value as a digit, and what it does to the radix.
-enum Character : unsigned char
+// What a character is in a version. The low four bits are its value as a hexadecimal digit.
+enum Kind : unsigned char
 {
-    HexDigit = 0x10,  // the low four bits are its value
-    HexLetter = 0x20, // one of A to F, a digit too
+    Separator = 0x10,
+    HexLetter = 0x20, // A to F: a digit that makes the radix 16
+    NoDigit = 0x40,   // no hexadecimal digit
+    NoNumber = 0x80,  // a letter that no number of either radix has: beyond F, but X of a prefix
 };
 
-struct CCharacters
+struct CKinds
 {
-    unsigned char m_Kind[256];
+    unsigned char m_Of[256];
 };
 
-constexpr CCharacters MakeCharacters()
+constexpr CKinds MakeKinds()
 {
-    CCharacters characters{};
+    CKinds kinds{};
+    for (auto& kind : kinds.m_Of)
+        kind = NoDigit;
     for (unsigned int digit = 0; digit < 10; ++digit)
-        characters.m_Kind['0' + digit] = static_cast<unsigned char>(HexDigit | digit);
-    for (unsigned int letter = 0; letter < 6; ++letter)
-        characters.m_Kind['A' + letter] = characters.m_Kind['a' + letter] =
-            static_cast<unsigned char>(HexDigit | HexLetter | (letter + 10));
-    return characters;
+        kinds.m_Of['0' + digit] = static_cast<unsigned char>(digit);
+    for (unsigned int letter = 0; letter < 26; ++letter) {
+        const bool isDigit = letter < 6;
+        const bool isPrefix = 'a' + letter == 'x';
+        const unsigned int kind = isDigit    ? HexLetter | (letter + 10)
+                                  : isPrefix ? +NoDigit
+                                             : NoDigit | NoNumber;
+        kinds.m_Of['A' + letter] = kinds.m_Of['a' + letter] = static_cast<unsigned char>(kind);
+    }
+    kinds.m_Of['.'] = kinds.m_Of['-'] = Separator;
+    return kinds;
 }
 
-constexpr CCharacters Characters = MakeCharacters();
+constexpr CKinds Kinds = MakeKinds();
 
 unsigned int KindOf(char character)
 {
-    return Characters.m_Kind[static_cast<unsigned char>(character)];
+    return Kinds.m_Of[static_cast<unsigned char>(character)];
 }
 
 bool HoldsHexLetter(const CStringRef& text)
 {
+    unsigned int kinds = 0;
     for (unsigned int index = 0; index < text.Length(); ++index)
-        if ((KindOf(text.Text()[index]) & HexLetter) != 0)
-            return true;
-    return false;
+        kinds |= KindOf(text.Text()[index]);
+    return (kinds & HexLetter) != 0;
 }
 
 // The components of one text, in order.
 class CComponents
 {
 public:
-    CComponents(const CStringRef& text, unsigned int radix) : m_Text(text), m_Radix(radix) {}
+    explicit CComponents(const CStringRef& text) : m_Text(text) {}
 
-    // Takes the next component. False when there is none: at the end, at an empty one, and at one
-    // that is no number.
+    // Goes to the next component. False when there is none: at the end, and at an empty one.
     bool Next()
     {
-        const Internals::DelimiterSet& delimiters = Separators.m_Set;
-        std::uint32_t begin = 0;
-        if (!Internals::NextToken(m_Text.Text(), m_Text.Length(), delimiters, m_Position, begin) ||
-            begin == m_Position)
-            return false;
-        const char* const token = m_Text.Text() + begin;
-        const std::uint32_t length = m_Position - begin;
-        m_Failed = !IsShortNumber(token, length) && !Converts(token, length);
-        return !m_Failed;
+        m_Kinds = 0;
+        m_Value = 0;
+        return Internals::NextToken(m_Text.Text(), m_Text.Length(), m_Position, m_Begin,
+                                    [this](char character) {
+                                        const unsigned int kind = KindOf(character);
+                                        if ((kind & Separator) != 0)
+                                            return true;
+                                        m_Kinds |= kind;
+                                        m_Value = m_Value << 4U | (kind & 0xFU);
+                                        return false;
+                                    }) &&
+               m_Begin != m_Position;
     }
 
-    std::int32_t Value() const { return m_Value; }
-    // The last component was no number.
-    bool Failed() const { return m_Failed; }
+    // A few digits and nothing else, as nearly all components are. Of two such ones Value tells the
+    // order in either radix: letters are there in radix 16 alone, and digits without letters have
+    // the same order in both.
+    bool IsShortNumber() const { return (m_Kinds & NoDigit) == 0 && m_Position - m_Begin <= 7; }
+    std::uint32_t Value() const { return m_Value; }
+
+    // What the component is as a number; false when it is none.
+    bool Convert(int radix, std::int32_t& value) const
+    {
+        const Vorn::Strings::CSubStringRef token(m_Text.Text() + m_Begin, m_Position - m_Begin);
+        // Failing costs atoi32 many times what finding such a letter does. A NUL ends the number.
+        if ((m_Kinds & NoNumber) != 0 && std::memchr(token.Text(), '\0', token.Length()) == nullptr)
+            return false;
+        const Vorn::Strings::TString<64> text(token);
+        return !Internals::AbsorbsCall(g_CompareSource,
+                                       [&] { value = atoi32(text.m_Text, radix); });
+    }
 
 private:
-    struct CSeparators
-    {
-        CSeparators()
-        {
-            Internals::AddDelimiter(m_Set, '.');
-            Internals::AddDelimiter(m_Set, '-');
-        }
-        Internals::DelimiterSet m_Set = {};
-    };
-    static const CSeparators Separators;
-
-    // Digits of the radix alone, so few that every value fits: what nearly all components are, at a
-    // fraction of the price of atoi32, to which it leaves all others.
-    bool IsShortNumber(const char* token, std::uint32_t length)
-    {
-        constexpr std::uint32_t MostDigits = 7;
-        if (length > MostDigits)
-            return false;
-        unsigned int value = 0;
-        for (std::uint32_t index = 0; index < length; ++index) {
-            const unsigned int kind = KindOf(token[index]);
-            const unsigned int digit = kind & 0xFU;
-            if ((kind & HexDigit) == 0 || digit >= m_Radix)
-                return false;
-            value = value * m_Radix + digit;
-        }
-        m_Value = static_cast<std::int32_t>(value);
-        return true;
-    }
-
-    [[gnu::noinline]] bool Converts(const char* token, std::uint32_t length)
-    {
-        const Vorn::Strings::TString<64> text(Vorn::Strings::CSubStringRef(token, length));
-        return !Internals::AbsorbsCall(
-            g_CompareSource, [&] { m_Value = atoi32(text.m_Text, static_cast<int>(m_Radix)); });
-    }
-
     const CStringRef& m_Text;
-    unsigned int m_Radix;
-    std::uint32_t m_Position = 0;
-    std::int32_t m_Value = 0;
-    bool m_Failed = false;
+    std::uint32_t m_Position = 0; // behind the component
+    std::uint32_t m_Begin = 0;
+    std::uint32_t m_Value = 0;
+    unsigned int m_Kinds = 0; // of its characters together
 };
 
-const CComponents::CSeparators CComponents::Separators;
+// The order of two components. False when either is no number.
+bool CompareComponents(const CComponents& left, const CComponents& right, int radix, int& order)
+{
+    std::int32_t leftValue = 0;
+    std::int32_t rightValue = 0;
+    if (!left.Convert(radix, leftValue) || !right.Convert(radix, rightValue))
+        return false;
+    order = leftValue < rightValue ? -1 : leftValue > rightValue ? 1 : 0;
+    return true;
+}
 
 int CompareTexts(const CStringRef& a, const CStringRef& b)
 {
@@ -197,19 +195,26 @@ int VersionCompare(const CStringRef& a, const CStringRef& b, unsigned int n)
     if (a == b)
         return 0;
 
-    const unsigned int radix = HoldsHexLetter(a) || HoldsHexLetter(b) ? 16 : 10;
-    CComponents left(a, radix);
-    CComponents right(b, radix);
+    CComponents left(a);
+    CComponents right(b);
     int order = 0; // by the first components that differ
     for (unsigned int count = 0; n == 0 || count < n; ++count) {
         const bool hasLeft = left.Next();
         const bool hasRight = right.Next();
-        if (!hasLeft || !hasRight) {
-            const bool decided = n == 0 && hasLeft == hasRight && !left.Failed() && !right.Failed();
-            return decided ? order : CompareTexts(a, b);
+        if (!hasLeft && !hasRight && n == 0)
+            return order;
+        if (!hasLeft || !hasRight)
+            return CompareTexts(a, b);
+        int componentOrder = 0;
+        if (left.IsShortNumber() && right.IsShortNumber()) {
+            componentOrder = left.Value() < right.Value() ? -1 : left.Value() > right.Value();
+        } else {
+            const int radix = HoldsHexLetter(a) || HoldsHexLetter(b) ? 16 : 10;
+            if (!CompareComponents(left, right, radix, componentOrder))
+                return CompareTexts(a, b);
         }
-        if (order == 0 && left.Value() != right.Value())
-            order = left.Value() < right.Value() ? -1 : 1;
+        if (order == 0)
+            order = componentOrder;
     }
     return order;
 }
