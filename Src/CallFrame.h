@@ -81,4 +81,19 @@ inline bool Absorbs(Vorn::Exceptions::SOURCE_INFO& source, Body&& body)
     return false;
 }
 
+// The same for a body that is a single raising call, the result of which is used only when this
+// gives false: throwing is disabled around it, so that nothing has to be unwound.
+template <class Body>
+inline bool AbsorbsCall(Vorn::Exceptions::SOURCE_INFO& source, Body&& body)
+{
+    const Vorn::Threading::CThrowDisable disabled;
+    const Vorn::Exceptions::CErrorRecord& record = Vorn::Exceptions::LastError();
+    const unsigned int before = record.Number();
+    std::forward<Body>(body)();
+    if (record.Number() == before)
+        return false;
+    Vorn::Threading::CThrowState().ContinueException(source);
+    return true;
+}
+
 } // namespace VornEx::Internals

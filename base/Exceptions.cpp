@@ -51,6 +51,7 @@ Strings::CStringVar CErrorRecord::Message() const
 void CErrorRecord::Begin(unsigned int code, unsigned int line)
 {
     m_Code = code;
+    ++m_Number;
     m_Line = line;
     m_Detail.Clear();
     m_Context.clear();

@@ -20,8 +20,9 @@ struct CRow
 };
 
 constexpr CRow Sections[] = {
-    {"host", HostSection}, {"os", OsSection},       {"processor", ProcessorSection},
-    {"time", TimeSection}, {"disks", DisksSection}, {"library", LibrarySection},
+    {"host", HostSection},       {"os", OsSection},       {"processor", ProcessorSection},
+    {"time", TimeSection},       {"disks", DisksSection}, {"pci", PciSection},
+    {"library", LibrarySection},
 };
 
 struct COptions

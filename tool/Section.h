@@ -22,6 +22,7 @@ CSection OsSection();
 CSection ProcessorSection();
 CSection TimeSection();
 CSection DisksSection();
+CSection PciSection();
 CSection LibrarySection();
 
 // Prints a section as text or JSON, complains of its problems, and gives the exit status.

@@ -47,6 +47,9 @@ class VORN_EXPORT CErrorRecord
 public:
     // 0 when nothing was raised on this thread yet.
     unsigned int Code() const { return m_Code; }
+    // How many errors the thread has raised, this one included: tells after a call whether it
+    // raised where throwing is disabled.
+    unsigned int Number() const { return m_Number; }
     // The source line of the raise.
     unsigned int Line() const { return m_Line; }
     // The text of the code, translated where the host's locale has a catalogue (ModuleInfo.h).
@@ -62,6 +65,7 @@ private:
     void Begin(unsigned int code, unsigned int line);
 
     unsigned int m_Code = 0;
+    unsigned int m_Number = 0;
     unsigned int m_Line = 0;
     Strings::TString<64> m_Detail;
     std::vector<CContextLine> m_Context;

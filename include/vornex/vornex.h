@@ -1,10 +1,13 @@
 // All platform services.
 #pragma once
 
+#include <vornex/ConfigManager.h>
 #include <vornex/Module.h>
 #include <vornex/Numbers.h>
 #include <vornex/OSInfo.h>
 #include <vornex/PartitionTable.h>
+#include <vornex/StringTokenizer.h>
 #include <vornex/SystemLog.h>
 #include <vornex/SystemTime.h>
 #include <vornex/Utilities.h>
+#include <vornex/VersionCheck.h>
