@@ -78,7 +78,8 @@ constexpr CKinds MakeKinds()
                                              : NoDigit | NoNumber;
         kinds.m_Of['A' + letter] = kinds.m_Of['a' + letter] = static_cast<unsigned char>(kind);
     }
-    kinds.m_Of['.'] = kinds.m_Of['-'] = Separator;
+    for (const unsigned char separator : {'.', '-'})
+        kinds.m_Of[separator] = Separator;
     return kinds;
 }
 

@@ -21,7 +21,7 @@
 namespace {
 
 std::string g_Release = "6.1-test";
-bool g_MemoryIsShort = false;
+bool g_MemoryIsShort = false; // for the next allocation
 
 // GCC takes the replaced pair for a mismatch where it inlines one half only.
 #pragma GCC diagnostic ignored "-Wmismatched-new-delete"
@@ -38,6 +38,7 @@ extern "C" int uname(utsname* kernel) noexcept
 void* operator new(std::size_t size)
 {
     void* const memory = g_MemoryIsShort ? nullptr : std::malloc(size != 0 ? size : 1);
+    g_MemoryIsShort = false;
     if (memory == nullptr)
         throw std::bad_alloc();
     return memory;
@@ -257,7 +258,6 @@ TEST_F(ModuleVersion, ShortMemoryLeaksNothing)
     const Vorn::Strings::CStringRef name(path);
     g_MemoryIsShort = true;
     EXPECT_THROW(VornEx::GetModuleVersion(name, version), std::bad_alloc);
-    g_MemoryIsShort = false;
 }
 
 // A tree of a kernel's modules, each of which has its own file name as version.
@@ -384,9 +384,9 @@ TEST_F(ModuleLookup, OddLists)
 TEST_F(ModuleLookup, LongLists)
 {
     std::string list;
-    for (int number = 0; number < 4000; ++number)
+    for (unsigned int number = 0; number < 4000; ++number)
         list +=
-            "k/filler" + std::to_string(number) + ".ko: " + std::string(number % 97U, 'd') + "\n";
+            "k/filler" + std::to_string(number) + ".ko: " + std::string(number % 97, 'd') + "\n";
     const std::size_t begin = list.size();
     for (std::size_t pad = 0; pad < 64; ++pad) {
         List(list.substr(begin - (32768U - 40U) - pad % 64) + "k/e1000.ko: k/top.ko\ntop.ko:\n");
