@@ -170,7 +170,7 @@ int CompareTexts(const CStringRef& a, const CStringRef& b)
 void GetModuleVersion(const CStringRef& module, CStringVar& version)
 {
     // The caller may pass the same string for both.
-    const Vorn::Strings::TString<64> name(module);
+    const Vorn::Strings::TString<128> name(module);
     version.Clear();
     // The system would take a name with a NUL for a shorter one.
     if (std::memchr(name.m_Text, '\0', name.m_Length) != nullptr ||

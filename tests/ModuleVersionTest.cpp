@@ -4,7 +4,6 @@
 
 #include <cstdlib>
 #include <map>
-#include <new>
 #include <set>
 #include <vector>
 
@@ -21,11 +20,6 @@
 namespace {
 
 std::string g_Release = "6.1-test";
-bool g_MemoryIsShort = false; // for the next allocation
-
-// GCC takes the replaced pair for a mismatch where it inlines one half only.
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-
 } // namespace
 
 extern "C" int uname(utsname* kernel) noexcept
@@ -33,23 +27,6 @@ extern "C" int uname(utsname* kernel) noexcept
     *kernel = {};
     std::strncpy(kernel->release, g_Release.c_str(), sizeof kernel->release - 1);
     return 0;
-}
-
-void* operator new(std::size_t size)
-{
-    void* const memory = g_MemoryIsShort ? nullptr : std::malloc(size != 0 ? size : 1);
-    g_MemoryIsShort = false;
-    if (memory == nullptr)
-        throw std::bad_alloc();
-    return memory;
-}
-void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t /*size*/) noexcept
-{
-    std::free(memory);
 }
 
 namespace {
@@ -248,16 +225,6 @@ TEST_F(ModuleVersion, FieldsAtTheirExtremes)
                 }
         EXPECT_GT(empty, 1000);
     }
-}
-
-TEST_F(ModuleVersion, ShortMemoryLeaksNothing)
-{
-    const std::string path = m_Folder.m_Path + "/module.ko";
-    WriteFile(path, CModuleImage(true, "version=" + std::string(100, '1')).m_Bytes);
-    Vorn::Strings::CStringVar version;
-    const Vorn::Strings::CStringRef name(path);
-    g_MemoryIsShort = true;
-    EXPECT_THROW(VornEx::GetModuleVersion(name, version), std::bad_alloc);
 }
 
 // A tree of a kernel's modules, each of which has its own file name as version.
