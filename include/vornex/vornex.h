@@ -2,6 +2,7 @@
 #pragma once
 
 #include <vornex/ConfigManager.h>
+#include <vornex/Base64.h>
 #include <vornex/Module.h>
 #include <vornex/Numbers.h>
 #include <vornex/OSInfo.h>
