@@ -7,6 +7,7 @@
 #include <vornex/Numbers.h>
 #include <vornex/OSInfo.h>
 #include <vornex/PartitionTable.h>
+#include <vornex/Smtp.h>
 #include <vornex/StringTokenizer.h>
 #include <vornex/SystemLog.h>
 #include <vornex/SystemTime.h>
