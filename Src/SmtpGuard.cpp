@@ -180,7 +180,8 @@ mailstream_low_driver CGuardedStream::s_Driver = {
 CGuardedSession::CGuardedSession(std::size_t replyBudget)
     : m_Session(mailsmtp_new(0, nullptr)), m_ReplyBudget(replyBudget)
 {
-    // The greeting is read before the stream can be guarded, but not before it can be counted.
+    // Connecting and reading the greeting are one call: the first bytes read are the only sign that
+    // there is a stream to guard.
     if (m_Session != nullptr)
         mailsmtp_set_logger(m_Session, Count, this);
 }
@@ -197,16 +198,22 @@ void CGuardedSession::Count(mailsmtp* session, int kind, const char* /*bytes*/, 
 {
     if (kind != MAILSTREAM_LOG_TYPE_DATA_RECEIVED)
         return;
-    std::size_t& budget = static_cast<CGuardedSession*>(guard)->m_ReplyBudget;
-    budget -= std::min(budget, size);
-    if (budget == 0)
+    auto& self = *static_cast<CGuardedSession*>(guard);
+    self.m_ReplyBudget -= std::min(self.m_ReplyBudget, size);
+    // The stream that has just read stays, below the guard.
+    if (!self.GuardStream())
         shutdown(mailstream_low_get_fd(mailstream_get_low(session->stream)), SHUT_RDWR);
 }
 
 bool CGuardedSession::GuardStream()
 {
     mailstream* const stream = m_Session->stream;
+    // What came with the greeting has passed the guard by.
+    std::replace(stream->read_buffer, stream->read_buffer + stream->read_buffer_len, '\t', ' ');
+
     mailstream_low* const inner = mailstream_get_low(stream);
+    if (inner->driver == &CGuardedStream::s_Driver)
+        return true;
     const int on = 1;
     setsockopt(mailstream_low_get_fd(inner), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 
@@ -219,8 +226,6 @@ bool CGuardedSession::GuardStream()
     }
     mailstream_low_set_logger(inner, nullptr, nullptr);
     mailstream_set_low(stream, low);
-    // What came with the greeting has passed the guard by.
-    std::replace(stream->read_buffer, stream->read_buffer + stream->read_buffer_len, '\t', ' ');
     return true;
 }
 

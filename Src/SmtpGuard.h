@@ -44,8 +44,8 @@ public:
     mailsmtp* Get() const { return m_Session; }
     void Free();
 
-    // To be called whenever the session has got another stream underneath, connected. Sends small
-    // packets at once, and puts the stream below in one that
+    // To be called when the session is connected and whenever it has got another stream underneath.
+    // Sends small packets at once, and puts the stream below in one that
     //  - reads a TAB as a blank: behind AUTH one makes the parser of the EHLO reply loop for ever;
     //  - goes on after a signal handler has run, as long as the wait may take anyway;
     //  - keeps to the budget, and does not write again when writing has failed once, which would
