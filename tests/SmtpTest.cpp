@@ -1,7 +1,9 @@
 // Mail: what a message consists of, and how a delivery goes with servers of every kind.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <csignal>
+#include <memory>
 #include <regex>
 #include <thread>
 
@@ -414,6 +416,248 @@ TEST_F(CDelivery, Scenarios)
         const std::string seen = Words(server.Seen());
         EXPECT_EQ(seen, *row.m_Seen != '\0' ? "connected " + std::string(row.m_Seen) : "connected");
     }
+}
+
+// Everything that is said and traced, once with extensions and once without.
+TEST_F(CDelivery, DialogueInFull)
+{
+    char host[256] = "";
+    gethostname(host, sizeof host);
+    const std::string ehlo = std::string("EHLO ") + host + "\n";
+    const CAnswers extended = {{"EHLO", "250-test\r\n250-AUTH PLAIN\r\n250 DSN\r\n"}};
+    const CAnswers simple = {{"EHLO", "502 no\r\n"}};
+    for (const bool dsn : {true, false}) {
+        CSmtpServer server(dsn ? extended : simple);
+        CSmtp mail;
+        Fill(mail);
+        mail.SetPassword("");
+        mail.SetMessageBody(".a\n..\nlast");
+        mail.SetServer("", server.Port()); // localhost
+        const std::string port = std::to_string(server.Port());
+        CTraces traces(0x12);
+        EXPECT_TRUE(mail.Send());
+        auto& lines = traces.m_Lines;
+        ASSERT_GE(lines.size(), 3U);
+        EXPECT_TRUE(std::regex_match(
+            lines[1], std::regex("CSmtp::Send \\(\\) -> mailsmtp_auth_path \\(/.*/bin/sasl2\\)")))
+            << lines[1];
+        lines.erase(lines.begin() + 1);
+        std::vector<std::string> expected = {
+            "ENTER CSmtp::Send ()",
+            "CSmtp::Send () -> mailsmtp_socket_connect (localhost, " + port + ")",
+            "CSmtp::Send () -> mailesmtp_ehlo",
+            "LEAVE StartSmtpTls () -> mailesmtp_starttls failed 24",
+            "LEAVE CSmtp::Send () -> StartSmtpTls failed 24; continue",
+            "CSmtp::Send () -> mailesmtp_ehlo",
+            "CSmtp::Send () -> mailsmtp_auth (u)",
+            "CSmtp::Send () -> mailesmtp_mail (from@x)",
+            "CSmtp::Send () -> mailesmtp_rcpt TO (to1@x)",
+            "CSmtp::Send () -> mailesmtp_rcpt TO (to2@x)",
+            "CSmtp::Send () -> mailesmtp_rcpt CC (cc@x)",
+            "CSmtp::Send () -> mailesmtp_rcpt BCC (bcc@x)",
+            "CSmtp::Send () -> mailsmtp_data",
+            "CSmtp::Send () -> FormatHeader",
+            "ENTER CSmtp::FormatHeader ()",
+            "LEAVE CSmtp::FormatHeader ()",
+            "CSmtp::Send () -> mailsmtp_data_message",
+            "CSmtp::Send () -> mailsmtp_free",
+            "LEAVE CSmtp::Send ()"};
+        if (!dsn) {
+            expected.erase(expected.begin() + 6);
+            for (auto& line : expected)
+                line = std::regex_replace(line, std::regex("mailesmtp_(mail|rcpt)"), "mailsmtp_$1");
+            expected[2] = expected[5] = "CSmtp::Send () -> mailsmtp_helo";
+        }
+        EXPECT_EQ(lines, expected);
+
+        const std::string seen = server.Seen();
+        const std::string greeting =
+            dsn ? ehlo : ehlo + std::regex_replace(ehlo, std::regex("EHLO"), "HELO");
+        const std::string notify = dsn ? " NOTIFY=FAILURE,DELAY" : "";
+        const std::string start =
+            "connected\n" + greeting + greeting + (dsn ? "AUTH PLAIN dQB1AA==\n" : "") +
+            "MAIL FROM:<from@x>" + (dsn ? " RET=FULL ENVID=__MESSAGE__ID__54yg6f6h6y456345" : "") +
+            "\nRCPT TO:<to1@x>" + notify + "\nRCPT TO:<to2@x>" + notify + "\nRCPT TO:<cc@x>" +
+            notify + "\nRCPT TO:<bcc@x>" + notify + "\nDATA\n.\n\r\nDate: ";
+        EXPECT_EQ(seen.substr(0, start.size()), start);
+        const std::string end = "Content-Transfer-Encoding: 7bit\r\n\r\n..a\r\n...\r\nlast\r\n"
+                                "\nQUIT\n";
+        EXPECT_EQ(seen.substr(seen.size() - std::min(seen.size(), end.size())), end);
+    }
+}
+
+// Noticed only after DATA; the slot of an empty subject stays though the mail is sent.
+TEST_F(CDelivery, IncompleteMessages)
+{
+    struct
+    {
+        void (*m_Prepare)(CSmtp&);
+        int m_Error;
+        const char* m_Seen;
+        const char* m_Last;
+    } const rows[] = {
+        {[](CSmtp& mail) {
+             mail.SetFrom("f");
+             mail.AddCC("c");
+         },
+         29, "connected EHLO EHLO MAIL RCPT DATA",
+         "LEAVE CSmtp::FormatHeader () -> failed CSMTP_ERROR_NO_RECIPIENTS"},
+        {[](CSmtp& mail) { mail.AddTO("t"); }, 30, "connected EHLO EHLO MAIL RCPT DATA",
+         "LEAVE CSmtp::FormatHeader () -> failed CSMTP_ERROR_NO_MAILFROM"},
+        {[](CSmtp& mail) {
+             mail.SetFrom("f");
+             mail.AddTO("t");
+         },
+         31, "connected EHLO EHLO MAIL RCPT DATA . QUIT", "LEAVE CSmtp::Send ()"},
+    };
+    for (const auto& row : rows) {
+        CSmtpServer server({});
+        CSmtp mail;
+        row.m_Prepare(mail);
+        mail.SetServer("127.0.0.1", server.Port());
+        CTraces traces(Vorn::Internals::TraceEnterLeave);
+        EXPECT_EQ(mail.Send(), row.m_Error == 31);
+        EXPECT_EQ(mail.GetLastError(), row.m_Error);
+        EXPECT_EQ(traces.m_Lines.back(), row.m_Last);
+        EXPECT_EQ(Words(server.Seen()), row.m_Seen);
+    }
+}
+
+TEST_F(CDelivery, RefusedBeforeAnythingIsSent)
+{
+    CSmtp mail;
+    Fill(mail);
+    EXPECT_FALSE(mail.AddTO(""));
+    g_NoSession = true;
+    CTraces traces(Vorn::Internals::TraceEnterLeave);
+    EXPECT_FALSE(mail.Send());
+    g_NoSession = false;
+    EXPECT_EQ(traces.m_Lines.back(), "LEAVE CSmtp::Send () -> mailsmtp_new failed");
+    EXPECT_EQ(mail.GetLastError(), VornEx::CSMTP_ERROR_NO_RECIPIENT_MAIL) << "as it was";
+    EXPECT_EQ(VornEx::StartSmtpTls(nullptr), 8);
+
+    for (const char* const host : {"127.0.0.1", "/nonexistent", "host.invalid"}) {
+        mail.SetServer(host, 1);
+        EXPECT_FALSE(mail.Send()) << host;
+        EXPECT_EQ(mail.GetLastError(), 25) << host;
+    }
+    EXPECT_EQ(mail.TranslateEtPanToESmtp(25), MAILSMTP_ERROR_CONNECTION_REFUSED);
+}
+
+// With select(2) underneath, a descriptor of 1024 would end the process.
+TEST_F(CDelivery, ManyDescriptors)
+{
+    rlimit before{};
+    getrlimit(RLIMIT_NOFILE, &before);
+    if (before.rlim_max < 1100)
+        GTEST_SKIP() << "the limit of open files cannot be raised to 1100";
+    const rlimit raised = {1100, before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &raised);
+    // The free ones in the end, as seen from the limit.
+    for (const int free : {-4, 0, 36, 60}) {
+        CSmtpServer server({});
+        std::vector<int> taken;
+        for (int next = dup(0); next >= 0 && next < 1024 - free; next = dup(0))
+            taken.push_back(next);
+        const std::size_t open = OpenDescriptors();
+        CSmtp mail;
+        Fill(mail);
+        mail.SetServer("127.0.0.1", server.Port());
+        const bool sent = mail.Send();
+        EXPECT_EQ(OpenDescriptors(), open);
+        for (const int descriptor : taken)
+            close(descriptor);
+        EXPECT_EQ(sent, free == 60) << free;
+        EXPECT_EQ(mail.GetLastError(), sent ? 0 : 25) << free;
+        if (sent) {
+            EXPECT_EQ(Words(server.Seen()), "connected " + std::string(Whole));
+        }
+    }
+    setrlimit(RLIMIT_NOFILE, &before);
+}
+
+// A host whose timer runs, and that has a SIGPIPE of its own waiting.
+TEST_F(CDelivery, SignalsOfTheHost)
+{
+    struct sigaction action = {};
+    static std::sig_atomic_t ticks;
+    ticks = 0;
+    action.sa_handler = [](int) { ticks = ticks + 1; };
+    sigaction(SIGALRM, &action, nullptr);
+    sigset_t pipe;
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
+    raise(SIGPIPE);
+
+    CSmtpServer server(CAnswers{{"MAIL", "{stall}"}});
+    CSmtp mail;
+    Fill(mail);
+    mail.SetServer("127.0.0.1", server.Port());
+    mailstream_network_delay = {1, 0};
+    itimerval often = {{0, 20000}, {0, 20000}};
+    // Running only while the server is silent: connecting is not shielded.
+    std::thread timer([&often] {
+        usleep(300000);
+        setitimer(ITIMER_REAL, &often, nullptr);
+    });
+    sigset_t alarm;
+    sigemptyset(&alarm);
+    sigaddset(&alarm, SIGALRM);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(mail.Send());
+    const auto waited = std::chrono::steady_clock::now() - start;
+    timer.join();
+    often = {};
+    setitimer(ITIMER_REAL, &often, nullptr);
+    EXPECT_GT(ticks, 10);
+    EXPECT_GT(waited, std::chrono::milliseconds(900)) << "a signal ended the wait";
+    EXPECT_EQ(mail.GetLastError(), 3);
+
+    sigset_t pending;
+    sigpending(&pending);
+    EXPECT_EQ(sigismember(&pending, SIGPIPE), 1) << "the host's own signal was taken";
+    const timespec now{};
+    EXPECT_EQ(sigtimedwait(&pipe, nullptr, &now), SIGPIPE);
+    pthread_sigmask(SIG_UNBLOCK, &pipe, nullptr);
+}
+
+// SASL and TLS are started by whoever comes first.
+TEST_F(CDelivery, SeveralThreadsAtOnce)
+{
+    mailstream_network_delay = {10, 0};
+    std::vector<std::unique_ptr<CSmtpServer>> servers;
+    for (int index = 0; index < 8; ++index)
+        servers.push_back(std::make_unique<CSmtpServer>(
+            CAnswers{{"EHLO 1", OffersTls}, {"EHLO 2", Offers}, {"STARTTLS", "220 go\r\n{tls}"}}));
+    std::vector<std::thread> threads;
+    for (auto& server : servers)
+        threads.emplace_back([&server] {
+            CSmtp mail;
+            Fill(mail);
+            mail.SetServer("127.0.0.1", server->Port());
+            EXPECT_TRUE(mail.Send());
+        });
+    for (auto& thread : threads)
+        thread.join();
+    for (auto& server : servers)
+        EXPECT_NE(server->Seen().find("TLS"), std::string::npos);
+}
+
+TEST_F(CDelivery, TenThousandRecipients)
+{
+    CSmtpServer server({});
+    CSmtp mail;
+    Fill(mail);
+    std::string list;
+    for (int number = 0; number < 10000; ++number)
+        list += "r" + std::to_string(number) + "@x;";
+    EXPECT_TRUE(mail.AddBCC(list));
+    mail.SetServer("127.0.0.1", server.Port());
+    EXPECT_TRUE(mail.Send());
+    const std::string seen = server.Seen();
+    EXPECT_NE(seen.find("RCPT TO:<bcc@x>\nRCPT TO:<r0@x>\nRCPT TO:<r1@x>\n"), std::string::npos);
+    EXPECT_NE(seen.find("RCPT TO:<r9999@x>\nDATA\n"), std::string::npos);
 }
 
 } // namespace
