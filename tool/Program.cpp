@@ -15,6 +15,7 @@ namespace {
 constexpr void (*Subcommands[])(CProgram&) = {
     AddReport,  AddOs,   AddCpu, AddDisks,  AddPci,   AddModule,
     AddCompare, AddTime, AddLog, AddNumber, AddMatch, AddError,
+    AddReport, AddCpu, AddDisks, AddTime, AddLog, AddMail, AddNumber, AddMatch, AddError,
 };
 
 constexpr unsigned int AllLevels = Vorn::Internals::TraceEnterLeave | Vorn::Internals::TraceDetail;
