@@ -109,7 +109,7 @@ TEST(MailTool, RefusesWhatMustNotGoOut)
         {{"--from", std::string(255, 'f')}, "--from: longer than 254 bytes"},
         {{"--subject", std::string(1000, 's')}, "--subject: longer than"},
         {{"--user", std::string(200, 'u')}, "too long for a mail server"},
-        {{"--password-file", "-"}, "--password-file without --user"},
+        {{"--password-file", "/dev/null"}, "--password-file without --user"},
         {{"--user", "u", "--password-file", "-"}, "cannot both come from standard input"},
         {{"--server", "127.0.0.1:65536"}, "the port must be 1 to 65535"},
         {{"--server", ":25"}, "--server: no host"},
