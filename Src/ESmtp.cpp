@@ -309,15 +309,18 @@ void mailsmtp_auth_path(const char* directory)
     static_cast<void>(started);
 }
 
-void ChooseSaslDirectory()
+// The directory "sasl2" in the "bin" beside the running program's own.
+const CStringVar& SaslPath()
 {
-    Vorn::Strings::CStringEx path;
-    Vorn::Misc::CVornApplication::GetProcessPath(path);
-    const int slash = CSubStringRef(path).FindLast('/', 0);
-    path.Part(static_cast<unsigned int>(slash + 1)).InsertReplace(SaslParent, 0);
-    path << "/" << SaslDirectory;
-    TraceDetail(Source, __LINE__, "CSmtp::Send () -> mailsmtp_auth_path (%s)", path);
-    mailsmtp_auth_path(path.m_Text);
+    static const Vorn::Strings::CStringEx path = [] {
+        Vorn::Strings::CStringEx result;
+        Vorn::Misc::CVornApplication::GetProcessPath(result);
+        const int slash = CSubStringRef(result).FindLast('/', 0);
+        result.Part(static_cast<unsigned int>(slash + 1)).InsertReplace(SaslParent, 0);
+        result << "/" << SaslDirectory;
+        return result;
+    }();
+    return path;
 }
 
 int Connect(Internals::CGuardedSession& session, const char* host, unsigned short port)
@@ -410,7 +413,8 @@ bool CSmtp::Send()
     };
     const auto failedGreeting = "LEAVE CSmtp::Send () -> mailesmtp_ehlo/mailsmtp_helo failed %d";
 
-    ChooseSaslDirectory();
+    TraceDetail(Source, __LINE__, "CSmtp::Send () -> mailsmtp_auth_path (%s)", SaslPath());
+    mailsmtp_auth_path(SaslPath().m_Text);
     const char* const host = m_Server.m_Length != 0 ? m_Server.m_Text : DefaultHost;
     if (const int result = Connect(session, host, m_Port))
         return fail(result, "LEAVE CSmtp::Send () -> mailsmtp_socket_connect failed %d");

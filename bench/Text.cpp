@@ -10,6 +10,7 @@
 #include <openssl/evp.h>
 
 #include <vornex/Base64.h>
+#include <vornex/Smtp.h>
 
 namespace {
 
@@ -123,6 +124,23 @@ void BM_Decode(benchmark::State& state)
     Measure(state, [&] { benchmark::DoNotOptimize(Decode(text)); });
     state.SetBytesProcessed(state.iterations() * state.range(0));
 }
+
+// The time of 10,000 recipients is to be about 100 times that of 100.
+void BM_FormatHeader(benchmark::State& state)
+{
+    VornEx::CSmtp mail;
+    mail.SetFrom("agent@example.org", "Agent");
+    mail.SetSubject("Benchmark");
+    for (std::int64_t number = 0; number < state.range(0); ++number)
+        mail.AddTO("recipient" + std::to_string(number) + "@example.org", "Recipient");
+    Vorn::Strings::TString<128> header;
+    Measure(state, [&] {
+        header.Clear();
+        benchmark::DoNotOptimize(mail.FormatHeader(header));
+    });
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+BENCHMARK(BM_FormatHeader)->Arg(1)->Arg(100)->Arg(10000);
 
 #define SIZES Arg(1 << 10)->Arg(1 << 20)
 BENCHMARK_TEMPLATE(BM_Encode, EncodeOurs)->SIZES;
