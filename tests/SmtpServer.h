@@ -139,6 +139,8 @@ private:
             pollfd peer = {m_Socket, POLLRDHUP, 0};
             poll(&peer, 1, 2000);
         } else if (action == "{reset}") {
+            // What was said before has to be read before; a reset takes it back.
+            usleep(100000);
             const linger abrupt = {1, 0};
             setsockopt(m_Socket, SOL_SOCKET, SO_LINGER, &abrupt, sizeof abrupt);
         } else if (action == "{tls}") {
