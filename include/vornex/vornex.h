@@ -1,8 +1,8 @@
 // All platform services.
 #pragma once
 
-#include <vornex/ConfigManager.h>
 #include <vornex/Base64.h>
+#include <vornex/ConfigManager.h>
 #include <vornex/Module.h>
 #include <vornex/Numbers.h>
 #include <vornex/OSInfo.h>
