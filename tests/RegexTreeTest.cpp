@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include <pthread.h>
-
 #include <regex/regex.h>
+
+#include "SmallStack.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define SANITIZED 1
@@ -257,33 +257,13 @@ TEST(RegexBuffers, ResultFromRecords)
     EXPECT_EQ(context.currentPos, 0);
 }
 
-// Compiles, explains and searches in a thread with little native stack; false: it cannot start.
-bool SurvivesInThread(const std::string& pattern)
+TEST(RegexHostile, RepeatedOpenings)
 {
-    const auto run = [](void* argument) -> void* {
-        const auto& text = *static_cast<const std::string*>(argument);
-        const Regexp regexp(std::string_view(text), NoFlags);
-        Explain(regexp);
-        regexp.Match("ab", 2);
-        return nullptr;
-    };
 #ifdef SANITIZED
     constexpr std::size_t Stack = 8 * 1024 * 1024;
 #else
     constexpr std::size_t Stack = 512 * 1024;
 #endif
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, Stack);
-    pthread_t thread;
-    auto argument = pattern;
-    const int error = pthread_create(&thread, &attributes, run, &argument);
-    pthread_attr_destroy(&attributes);
-    return error == 0 && pthread_join(thread, nullptr) == 0;
-}
-
-TEST(RegexHostile, RepeatedOpenings)
-{
     // None of these is ever closed, and each has a loop, a search or a call in the builder.
     for (const char* piece :
          {"(",   "(?:",   "(?",     "(?(",     "(?(?", "(?(?=", "(?(a",  "(?(1)", "(?>",
@@ -295,7 +275,11 @@ TEST(RegexHostile, RepeatedOpenings)
         std::string pattern;
         while (pattern.size() < 30'000)
             pattern += piece;
-        EXPECT_TRUE(SurvivesInThread(pattern));
+        EXPECT_TRUE(RunOnStack(Stack, [&pattern] {
+            const Regexp regexp(pattern, NoFlags);
+            Explain(regexp);
+            regexp.Match("ab", 2);
+        }));
     }
 }
 
