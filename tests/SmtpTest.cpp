@@ -282,6 +282,8 @@ const CScenario Scenarios[] = {
      {"STARTTLS", "220 go\r\n{close}"}}, "EHLO STARTTLS"},
     {"reset after 220", 3, Greet, Broken, {{"EHLO", OffersTls}, {"STARTTLS", "220 go\r\n{reset}"}},
      "EHLO STARTTLS"},
+    {"text after 220", 0, "", Broken, {{"EHLO", OffersTls}, {"STARTTLS", "220 go\r\n{text}"}},
+     "EHLO STARTTLS EHLO MAIL RCPT RCPT RCPT RCPT DATA . QUIT"},
     {"mute after 220", 3, Greet, Broken, {{"EHLO", OffersTls}, {"STARTTLS", "220 go\r\n{stall}"}},
      "EHLO STARTTLS"},
 
