@@ -38,7 +38,7 @@ for subcommand in $subcommands; do
         sed 's/{.*//')
     [[ $options == *--trace* ]] || complain "the help of $subcommand shows no options"
     for option in $options; do
-        section "$subcommand" | grep -- "\(^\|[^-a-z]\)$option\X
+        section "$subcommand" | grep -- "\(^\|[^-a-z]\)$option\($\|[^-a-z]\)" >/dev/null ||
             complain "not in the manual: $subcommand $option"
         offered "$subcommand" "$option" | grep -x -- "$option" >/dev/null ||
             complain "not completed: $subcommand $option"

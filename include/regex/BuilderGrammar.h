@@ -149,6 +149,7 @@ ElxInterface* CBuilderT<Char>::BuildList(int& flags)
     list->m_Items.Push(first);
     while (!ends())
         list->m_Items.Push(BuildRepeat(flags));
+    list->Seal();
     return list;
 }
 
