@@ -77,6 +77,12 @@ static_assert(offsetof(Partition, m_FileSystem) == 0 &&
 static_assert(offsetof(CSystemPartitionTable, m_Device) == 0 &&
               sizeof(CSystemPartitionTable) == sizeof(TString<64>));
 
+// Virtual functions and error code; texts; port and priority; three lists.
+static_assert(sizeof(CSmtp::Recipient) == 2 * sizeof(CStringVar));
+static_assert(sizeof(CSmtpXPriority) == 4);
+static_assert(sizeof(CSmtp) ==
+              2 * Pointer + 2 * sizeof(CStringVar) + 7 * Text + 2 * 4 + 3 * 3 * Pointer);
+
 } // namespace
 
 } // namespace VornEx

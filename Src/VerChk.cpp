@@ -78,8 +78,8 @@ constexpr CKinds MakeKinds()
                                              : NoDigit | NoNumber;
         kinds.m_Of['A' + letter] = kinds.m_Of['a' + letter] = static_cast<unsigned char>(kind);
     }
-    for (const unsigned char separator : {'.', '-'})
-        kinds.m_Of[separator] = Separator;
+    for (const char separator : {'.', '-'})
+        kinds.m_Of[static_cast<unsigned char>(separator)] = Separator;
     return kinds;
 }
 

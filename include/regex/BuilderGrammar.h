@@ -640,7 +640,7 @@ ElxInterface* CBuilderT<Char>::BuildCall()
         const bool isAngled = IsPlain(m_Next, '<');
         if (isAngled || IsPlain(m_Next, '\'')) {
             const auto name = ReadName(m_Next.m_Index + 1, isAngled ? '>' : '\'');
-            call->m_Number = NumberOf(name);
+            call->m_Number = -1;
             call->m_Name = CBufferT<Char>(name.GetBuffer(), name.GetSize());
         }
     }
