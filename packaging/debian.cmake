@@ -12,29 +12,34 @@ set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+set(CPACK_DEBIAN_PACKAGE_SOURCE libvornex)
+# Each package has a summary of its own, the first line of its description.
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libvornex5)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_SOURCE_DIR}/triggers)
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "Linux platform services for C++, shared libraries
- Libraries that tell programs what machine they run on and let them report
- about it: operating system, processor, disks, PCI devices, kernel modules,
- the system log, mail, dates, strict number conversion, and a regular
- expression engine.")
+Libraries that tell programs what machine they run on and let them report
+about it: operating system, processor, disks, PCI devices, kernel modules,
+the system log, mail, dates, strict number conversion, and a regular
+expression engine.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libvornex-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "Linux platform services for C++, development files
- Headers of libvornex and of the base layer libvorn, what CMake and
- pkg-config need to find them, the manual page and example programs.")
+Headers of libvornex and of the base layer libvorn, what CMake and
+pkg-config need to find them, the manual page and example programs.")
 
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_NAME vornex)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PROGRAM_DESCRIPTION "tells what machine this is, from a shell
- A program that puts the services of libvornex in a person's hands: a report
- of the machine as text, as JSON or for Prometheus, versions of drivers,
- partitions of disks and images, log lines, mail and regular expressions.")
+A program that puts the services of libvornex in a person's hands: a report
+of the machine as text, as JSON or for Prometheus, versions of drivers,
+partitions of disks and images, log lines, mail and regular expressions.")
 
 # Exactly the libraries that were built with it.
 set(own_version "(= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
