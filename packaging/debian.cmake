@@ -21,6 +21,7 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libvornex5)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS libsasl2-modules)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_SOURCE_DIR}/triggers)
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "Linux platform services for C++, shared libraries
 Libraries that tell programs what machine they run on and let them report
@@ -30,12 +31,14 @@ expression engine.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libvornex-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "cmake, pkg-config")
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "Linux platform services for C++, development files
 Headers of libvornex and of the base layer libvorn, what CMake and
 pkg-config need to find them, the manual page and example programs.")
 
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_NAME vornex)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_SECTION admin)
+set(CPACK_DEBIAN_PROGRAM_PACKAGE_RECOMMENDS pci.ids)
 set(CPACK_DEBIAN_PROGRAM_DESCRIPTION "tells what machine this is, from a shell
 A program that puts the services of libvornex in a person's hands: a report
 of the machine as text, as JSON or for Prometheus, versions of drivers,
