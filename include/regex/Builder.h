@@ -33,10 +33,10 @@ struct CToken
     int m_Length = 0;  // in characters of the pattern
 };
 
-// Groups, and classes in classes, nest at most this deep; an opening parenthesis or bracket beyond
-// is literal text. Together with the budget of group calls this bounds the native stack: the
-// deepest match that a pattern can ask for, 250 levels that call themselves 100 deep, takes
-// below 4 MiB on x86-64.
+// Groups, conditions, and classes in classes, nest at most this deep; an opening parenthesis or
+// bracket beyond is literal text. Together with the budget of group calls this bounds the native
+// stack: the deepest match that a pattern can ask for, 250 levels that call themselves 100 deep,
+// takes below 4 MiB on x86-64 (3.5 MiB measured, in the release build with g++).
 constexpr int MostNesting = 250;
 
 // Compiles one pattern and owns the tree. Compiling is for one thread; the compiled tree may be

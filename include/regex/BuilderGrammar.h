@@ -613,7 +613,7 @@ ElxInterface* CBuilderT<Char>::BuildExtension(int& flags)
     case '9':
         return BuildCall();
     case '(':
-        return BuildCondition(flags);
+        return m_Nesting < MostNesting ? BuildCondition(flags) : BuildFlags(flags);
     default:
         return BuildFlags(flags);
     }
@@ -680,8 +680,10 @@ ElxInterface* CBuilderT<Char>::BuildCondition(int& flags)
             ReadName(begin, ')');
         } else {
             MoveNext();
+            ++m_Nesting;
             condition->m_Condition =
                 Keep(new CAssertElxT<0>(BuildAlternative(inner & ~RightToLeft), 1));
+            --m_Nesting;
             condition->m_Name = CBufferT<Char>(text, m_Current.m_Index - begin);
             m_NamedConditions.Push(condition);
             TakeClosing();

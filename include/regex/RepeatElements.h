@@ -246,7 +246,7 @@ private:
         FrameSize
     };
 
-    static constexpr int WordBits = 32;
+    static constexpr unsigned int WordBits = 32;
 
     VORN_REGEX_APART int MatchRun(CContext* context) const
     {
@@ -381,29 +381,32 @@ private:
 
     bool m_ExploresOnce = false;
 
-    // The set has a bit for each position, by its distance from the start.
-    static int Distance(const CContext* context, int frame)
+    // The set has a bit for each position, by its distance from the start: even ones for those
+    // behind it, odd ones for those before. There can be both, where a group that was compiled for
+    // the other direction is called.
+    static unsigned int Bit(const CContext* context, int frame)
     {
         const int start = context->stack[frame + Start];
-        return context->currentPos < start ? start - context->currentPos
-                                           : context->currentPos - start;
+        const int at = context->currentPos;
+        return at < start ? 2 * static_cast<unsigned int>(start - at) - 1
+                          : 2 * static_cast<unsigned int>(at - start);
     }
 
     VORN_REGEX_APART static bool IsOffered(const CContext* context, int frame)
     {
-        const int distance = Distance(context, frame);
-        const int word = distance / WordBits;
+        const unsigned int bit = Bit(context, frame);
+        const int word = static_cast<int>(bit / WordBits);
         return word < context->stack[frame + Words] &&
                ((static_cast<unsigned int>(context->stack[frame + FrameSize + word]) >>
-                 (distance % WordBits)) &
+                 (bit % WordBits)) &
                 1U) != 0;
     }
 
     VORN_REGEX_APART static void SetOffered(CContext* context, int frame)
     {
         auto& stack = context->stack;
-        const int distance = Distance(context, frame);
-        const int word = distance / WordBits;
+        const unsigned int bit = Bit(context, frame);
+        const int word = static_cast<int>(bit / WordBits);
         const int words = stack[frame + Words];
         if (word >= words) {
             // At least twice as many: what lies above is moved seldom.
@@ -412,7 +415,7 @@ private:
             stack[frame + Words] = words + more;
         }
         int& bits = stack[frame + FrameSize + word];
-        bits = static_cast<int>(static_cast<unsigned int>(bits) | (1U << (distance % WordBits)));
+        bits = static_cast<int>(static_cast<unsigned int>(bits) | (1U << (bit % WordBits)));
     }
 };
 
