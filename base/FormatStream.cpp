@@ -117,11 +117,26 @@ bool CFormatStream::Complete()
     return m_Raise != 0 && !unwinding && !Threading::Declines();
 }
 
+template <class Body>
+inline void CFormatStream::Guarded(Body body)
+{
+    try {
+        body();
+    } catch (...) {
+        if (!m_OfRecord)
+            throw;
+        // The rest of the text goes, the error stays.
+        m_StringBuffer.Release();
+    }
+}
+
 CFormatStream& CFormatStream::FormatInt(unsigned int value)
 {
-    CField field;
-    if (NextField(field))
-        PutNumber(field, value);
+    Guarded([&] {
+        CField field;
+        if (NextField(field))
+            PutNumber(field, value);
+    });
     return *this;
 }
 
@@ -132,15 +147,17 @@ CFormatStream& CFormatStream::operator<<(const char* text)
 
 CFormatStream& CFormatStream::operator<<(const Strings::CSubStringRef& text)
 {
-    CField field;
-    if (NextField(field)) {
+    Guarded([&] {
+        CField field;
+        if (!NextField(field))
+            return;
         // A precision cuts text, but in a number field it means digits.
         unsigned int length = text.Length();
         if (field.m_HasPrecision && field.m_Conversion == 's')
             length = std::min(length, field.m_Precision);
         field.m_Zero = false;
         Put(field, "", 0, text.Text(), length);
-    }
+    });
     return *this;
 }
 
