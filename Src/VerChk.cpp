@@ -78,7 +78,8 @@ constexpr CKinds MakeKinds()
                                              : NoDigit | NoNumber;
         kinds.m_Of['A' + letter] = kinds.m_Of['a' + letter] = static_cast<unsigned char>(kind);
     }
-    kinds.m_Of['.'] = kinds.m_Of['-'] = Separator;
+    for (const char separator : {'.', '-'})
+        kinds.m_Of[static_cast<unsigned char>(separator)] = Separator;
     return kinds;
 }
 
@@ -169,7 +170,7 @@ int CompareTexts(const CStringRef& a, const CStringRef& b)
 void GetModuleVersion(const CStringRef& module, CStringVar& version)
 {
     // The caller may pass the same string for both.
-    const Vorn::Strings::TString<64> name(module);
+    const Vorn::Strings::TString<128> name(module);
     version.Clear();
     // The system would take a name with a NUL for a shorter one.
     if (std::memchr(name.m_Text, '\0', name.m_Length) != nullptr ||

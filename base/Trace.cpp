@@ -25,8 +25,10 @@ bool IsControl(char character)
     return (byte < 0x20 && byte != '\t') || byte == 0x7F;
 }
 
+} // namespace
+
 // One write(2) a line, so that lines of several threads do not mix.
-void WriteToStandardError(const CTraceLine& line)
+void WriteTraceLine(const CTraceLine& line)
 {
     const std::time_t now = std::time(nullptr);
     std::tm local{};
@@ -51,8 +53,6 @@ void WriteToStandardError(const CTraceLine& line)
     }
 }
 
-} // namespace
-
 void SetTraceSink(TraceSink sink)
 {
     std::shared_ptr<const TraceSink> next;
@@ -70,7 +70,7 @@ CTraceStreamBuffer::~CTraceStreamBuffer()
         if (sink != nullptr)
             (*sink)(line);
         else
-            WriteToStandardError(line);
+            WriteTraceLine(line);
     } catch (...) {
         // Watching must not change what is watched.
     }

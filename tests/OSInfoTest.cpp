@@ -10,16 +10,15 @@
 #include <memory>
 
 #include <fcntl.h>
-#include <sched.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/utsname.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <vorn/Threading.h>
 #include <vornex/OSInfo.h>
+
+#include "ChangedRoot.h"
 
 namespace {
 
@@ -82,20 +81,7 @@ constexpr const char* NoRoot = "the root cannot be changed here";
 // The facts that a process finds whose root is this folder.
 std::string FactsIn(const std::string& root)
 {
-    constexpr std::size_t Room = 1024;
-    static void* const shared =
-        mmap(nullptr, Room, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    const pid_t child = fork();
-    if (child == 0) {
-        const bool changed =
-            chroot(root.c_str()) == 0 || (unshare(CLONE_NEWUSER) == 0 && chroot(root.c_str()) == 0);
-        const std::string facts = changed ? Facts() : NoRoot;
-        std::memcpy(shared, facts.c_str(), std::min(facts.size() + 1, Room));
-        _exit(0);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return status == 0 ? static_cast<const char*>(shared) : "ended by a signal";
+    return InRoot(root, Facts).value_or(NoRoot);
 }
 
 class OSInfo : public testing::Test

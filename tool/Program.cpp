@@ -13,8 +13,8 @@ namespace Tool {
 namespace {
 
 constexpr void (*Subcommands[])(CProgram&) = {
-    AddReport,  AddOs,   AddCpu, AddDisks,  AddPci,   AddModule,
-    AddCompare, AddTime, AddLog, AddNumber, AddMatch, AddError,
+    AddReport, AddOs,  AddCpu,  AddDisks,  AddPci,   AddModule, AddCompare,
+    AddTime,   AddLog, AddMail, AddNumber, AddMatch, AddError,
 };
 
 constexpr unsigned int AllLevels = Vorn::Internals::TraceEnterLeave | Vorn::Internals::TraceDetail;

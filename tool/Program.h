@@ -68,6 +68,7 @@ void AddModule(CProgram& program);
 void AddCompare(CProgram& program);
 void AddTime(CProgram& program);
 void AddLog(CProgram& program);
+void AddMail(CProgram& program);
 void AddNumber(CProgram& program);
 void AddMatch(CProgram& program);
 void AddError(CProgram& program);

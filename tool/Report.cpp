@@ -1,10 +1,12 @@
 // vornex report: everything about this machine.
+#include <algorithm>
 #include <iostream>
 #include <sstream>
 
 #include <vornex/Module.h>
 #include <vornex/Utilities.h>
 
+#include "Mail.h"
 #include "Program.h"
 #include "Section.h"
 
@@ -28,9 +30,10 @@ constexpr CRow Sections[] = {
 struct COptions
 {
     bool m_Json = false;
+    CMailOptions m_Mail;
 };
 
-int Report(const COptions& options)
+int PrintReport(const COptions& options)
 {
     Json json;
     int status = Done;
@@ -53,6 +56,31 @@ int Report(const COptions& options)
     if (options.m_Json)
         Print(json);
     return status;
+}
+
+int MailReport(const COptions& options)
+{
+    if (options.m_Mail.m_Server.empty())
+        throw CUsageError("--mail-to needs --server");
+    std::string text;
+    int status = Done;
+    {
+        const CCapture capture;
+        status = PrintReport(options);
+        text = capture.Text();
+    }
+    Vorn::Strings::TString<64> host;
+    VornEx::hostname(host);
+    CMailOptions mail = options.m_Mail;
+    mail.m_Subject = std::string("Report of ") + host.m_Text;
+    if (mail.m_From.empty())
+        mail.m_From = std::string("vornex@") + host.m_Text;
+    return std::max(status, Deliver(mail, text));
+}
+
+int Report(const COptions& options)
+{
+    return options.m_Mail.m_To.empty() ? PrintReport(options) : MailReport(options);
 }
 
 } // namespace
@@ -92,6 +120,13 @@ void AddReport(CProgram& program)
 {
     const auto command = program.Add("report", "Report what machine this is", Report);
     AddJson(command.m_App, command.m_Options->m_Json);
+    CMailOptions& mail = command.m_Options->m_Mail;
+    auto* const to = command.m_App->add_option(
+        "--mail-to", mail.m_To, "Mail the report to these addresses instead of printing it");
+    AddServerOptions(command.m_App, mail);
+    for (const char* const option :
+         {"--server", "--user", "--password-file", "--from", "--from-name"})
+        command.m_App->get_option(option)->needs(to);
 }
 
 } // namespace Tool

@@ -14,8 +14,12 @@ namespace Tool {
 
 namespace {
 
+bool g_Captured = false;
+
 bool ShowsColour()
 {
+    if (g_Captured)
+        return false;
     static const bool shows = [] {
         const char* const terminal = std::getenv("TERM");
         return isatty(STDOUT_FILENO) != 0 && std::getenv("NO_COLOR") == nullptr &&
@@ -99,6 +103,17 @@ std::string Printable(std::string text)
         if (static_cast<unsigned char>(character) < 0x20 || character == 0x7F)
             character = '?';
     return text;
+}
+
+CCapture::CCapture() : m_Before(std::cout.rdbuf(m_Text.rdbuf()))
+{
+    g_Captured = true;
+}
+
+CCapture::~CCapture()
+{
+    g_Captured = false;
+    std::cout.rdbuf(m_Before);
 }
 
 void Complain(std::string_view message)

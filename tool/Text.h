@@ -1,6 +1,7 @@
 // Text and JSON as the program prints them.
 #pragma once
 
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -37,6 +38,22 @@ std::string Bright(std::string_view text);
 
 // The text as a terminal may show it: what it would act on becomes "?".
 std::string Printable(std::string text);
+
+// While it lives, what would be printed to standard output is collected instead, without colours.
+class CCapture
+{
+public:
+    CCapture();
+    CCapture(const CCapture&) = delete;
+    CCapture& operator=(const CCapture&) = delete;
+    ~CCapture();
+
+    std::string Text() const { return m_Text.str(); }
+
+private:
+    std::ostringstream m_Text;
+    std::streambuf* m_Before;
+};
 
 // A message on standard error, with the program's name in front.
 void Complain(std::string_view message);

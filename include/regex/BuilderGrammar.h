@@ -149,6 +149,7 @@ ElxInterface* CBuilderT<Char>::BuildList(int& flags)
     list->m_Items.Push(first);
     while (!ends())
         list->m_Items.Push(BuildRepeat(flags));
+    list->Seal();
     return list;
 }
 
@@ -639,7 +640,7 @@ ElxInterface* CBuilderT<Char>::BuildCall()
         const bool isAngled = IsPlain(m_Next, '<');
         if (isAngled || IsPlain(m_Next, '\'')) {
             const auto name = ReadName(m_Next.m_Index + 1, isAngled ? '>' : '\'');
-            call->m_Number = NumberOf(name);
+            call->m_Number = -1;
             call->m_Name = CBufferT<Char>(name.GetBuffer(), name.GetSize());
         }
     }

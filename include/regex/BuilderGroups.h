@@ -16,7 +16,7 @@ void CBuilderT<Char>::BindGroups()
 
     for (int i = 0; i < m_Calls.GetSize(); ++i) {
         auto& call = *m_Calls[i];
-        if (call.m_Number < 0 || call.m_Name.GetSize() > 0)
+        if (call.m_Number < 0)
             call.m_Number = FindName(call.m_Name);
         if (call.m_Number >= 0 && call.m_Number < m_TableSize)
             call.m_Target = m_GroupTable[call.m_Number];

@@ -180,6 +180,25 @@ public:
         return true;
     }
 
+    // The same again and again, until a test of the position holds. False, with all of the variable
+    // part given back, when it holds nowhere.
+    template <class Test>
+    bool StepBackWhere(CContext* context, Test test) const
+    {
+        int& spare = context->stack.Top();
+        const int from = context->currentPos;
+        this->Back(context, 1);
+        const int step = context->currentPos - from;
+        context->currentPos = from;
+        while (spare > 0) {
+            --spare;
+            context->currentPos += step;
+            if (test(context->currentPos))
+                return true;
+        }
+        return false;
+    }
+
     // The variable part of the general case. Always succeeds.
     VORN_REGEX_APART int MatchVart(CContext* context) const { return TakeVart(context); }
 

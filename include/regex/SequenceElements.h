@@ -15,10 +15,12 @@ public:
     explicit CListElxT(int rightToLeft) : m_RightToLeft(rightToLeft) {}
 
     // Once all items are there: finds out whether this is a capture group around a repetition that
-    // runs, such as "(\\d+)", whose steps back then need not be taken item by item. A list that is
-    // never sealed matches the same, only slower.
+    // runs, such as "(\\d+)", whose steps back then need not be taken item by item, and where
+    // literal text follows such a repetition or group, which then steps back to where the text is.
+    // A list that is never sealed matches the same, only slower.
     void Seal()
     {
+        FindSteps();
         if (m_Items.GetSize() != 3)
             return;
         m_Opening = ExactlyAs<CBracketElxT<char>>(m_Items[m_RightToLeft == 0 ? 0 : 2]);
@@ -48,6 +50,37 @@ public:
     int m_RightToLeft;
 
 private:
+    // By the place of a literal text: the repetition that it follows, and the closing end of the
+    // group around it, if there is one.
+    struct CStep
+    {
+        const CStringElxT<char>* m_Text;
+        const CGreedyElxT<x>* m_Run; // null: it follows something else
+        const CBracketElxT<char>* m_Closing;
+    };
+
+    void FindSteps();
+
+    // The text at a place has not matched: steps back to where it does. False: nowhere, and what
+    // was to be given back is gone.
+    VORN_REGEX_APART bool StepBackToText(CContext* context, std::ptrdiff_t place) const
+    {
+        const CStep& step = m_Steps[static_cast<int>(place)];
+        if (step.m_Run == nullptr ||
+            (step.m_Closing != nullptr && !step.m_Closing->CanMove(context)))
+            return false;
+        const char first = step.m_Text->m_Text[0];
+        const bool found = step.m_Run->StepBackWhere(context, [&](int at) {
+            return at < context->textLength && context->text[at] == first &&
+                   step.m_Text->Begins(context, at);
+        });
+        if (!found)
+            return false;
+        if (step.m_Closing != nullptr)
+            step.m_Closing->Move(context);
+        return step.m_Text->Match(context) != 0;
+    }
+
     // The group around the repetition, which cannot see the group: it is opened once that is known
     // to match.
     VORN_REGEX_APART int MatchRun(CContext* context) const
@@ -74,6 +107,7 @@ private:
         return true;
     }
 
+    CBufferT<CStep> m_Steps; // by item; empty: no text follows a repetition
     const CBracketElxT<char>* m_Opening = nullptr;
     const CBracketElxT<char>* m_Closing = nullptr;
     const CGreedyElxT<x>* m_Run = nullptr; // null: not such a group
@@ -96,6 +130,8 @@ private:
     {
         for (; item != Last<Step>(); item += Step)
             if ((*item)->Match(context) == 0) {
+                if (m_Steps.GetSize() > 0 && StepBackToText(context, item - m_Items.begin()))
+                    continue;
                 item = Retry<Step>(context, item);
                 if (item == nullptr)
                     return 0;
@@ -122,6 +158,29 @@ private:
         return item;
     }
 };
+
+template <int x>
+void CListElxT<x>::FindSteps()
+{
+    if (m_RightToLeft != 0)
+        return;
+    for (int i = 1; i < m_Items.GetSize(); ++i) {
+        const auto* const text = ExactlyAs<CStringElxT<char>>(m_Items[i]);
+        if (text == nullptr || text->m_IgnoreCase != 0 || text->m_Text.GetSize() == 0)
+            continue;
+        const auto* run = ExactlyAs<CGreedyElxT<x>>(m_Items[i - 1]);
+        const CBracketElxT<char>* closing = nullptr;
+        if (const auto* const group = ExactlyAs<CListElxT>(m_Items[i - 1])) {
+            run = group->m_Run;
+            closing = group->m_Closing;
+        }
+        if (run == nullptr || run->IsGeneral())
+            continue;
+        if (m_Steps.GetSize() == 0)
+            m_Steps.Prepare(m_Items.GetSize(), CStep{nullptr, nullptr, nullptr});
+        m_Steps[i] = {text, run, closing};
+    }
+}
 
 // The first of several branches that matches. Later ones are tried when it is retried, earlier
 // ones never again.

@@ -36,6 +36,9 @@ using TraceSink = std::function<void(const CTraceLine&)>;
 // swallowed, and what it does to errno is undone.
 VORN_EXPORT void SetTraceSink(TraceSink sink);
 
+// What the default sink does, for sinks that want to see a line and have it written too.
+VORN_EXPORT void WriteTraceLine(const CTraceLine& line);
+
 // Collects one line and hands it to the sink when it is destroyed.
 class VORN_EXPORT CTraceStreamBuffer : public Output_Streams::Base_Classes::CFormatStreamBuffer
 {
