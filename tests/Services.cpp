@@ -13,6 +13,7 @@
 #include <mntent.h>
 #include <pciaccess.h>
 #include <sys/mman.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/sysinfo.h>
@@ -26,6 +27,7 @@
 #include <vornex/vornex.h>
 
 #include "DiskImage.h"
+#include "LoopServer.h"
 #include "ModuleFileTree.h"
 
 FaultHook g_Fault = nullptr;
@@ -62,6 +64,7 @@ struct CFiles
         m_Mounts = MadeFile(m_Classic + "p1 /boot ext4 rw 0 0\n" + m_Guid + "p5 /home ext4 rw\n");
     }
 
+    CLoopServer m_Server;
     std::string m_Classic, m_Guid, m_Mounts;
     std::string m_Module =
         MadeFile(CModuleImage(true, "license=GPL" + std::string(5000, '\0') + "version=1." +
@@ -87,7 +90,7 @@ bool Fails(const char* call)
     return error > 0;
 }
 
-// The same for a read, the size of which may be cut.
+// The same for a read or write, the size of which may be cut.
 bool ReadFails(const char* call, std::size_t& size)
 {
     const int error = g_Fault != nullptr ? g_Fault(call) : 0;
@@ -167,6 +170,23 @@ int close(int descriptor)
 {
     const auto result = static_cast<int>(syscall(SYS_close, descriptor));
     return Fails("close") ? -1 : result; // the system closes even when it says otherwise
+}
+
+ssize_t write(int descriptor, const void* buffer, size_t size)
+{
+    return ReadFails("write", size) ? -1 : syscall(SYS_write, descriptor, buffer, size);
+}
+
+int socket(int domain, int type, int protocol) noexcept
+{
+    static auto* const real = Next(&socket, "socket");
+    return Fails("socket") ? -1 : real(domain, type, protocol);
+}
+
+int connect(int descriptor, const sockaddr* address, socklen_t size)
+{
+    static auto* const real = Next(&connect, "connect");
+    return Fails("connect") ? -1 : real(descriptor, address, size);
 }
 
 int uname(utsname* kernel) noexcept
@@ -400,6 +420,44 @@ std::string Pci()
                : "none";
 }
 
+std::string Base64()
+{
+    const std::string bytes(100, '\xAB');
+    const std::string text =
+        VornEx::base64_encode(reinterpret_cast<const unsigned char*>(bytes.data()),
+                              static_cast<unsigned int>(bytes.size()));
+    return text + (VornEx::base64_decode(text) == bytes ? "" : ", which is wrong");
+}
+
+void Fill(VornEx::CSmtp& mail)
+{
+    mail.SetServer(Files().m_Server.Path(), 25);
+    mail.SetFrom("agent@example.org", "An agent whose name needs room");
+    mail.AddTO("ann@example.org; somebody.with.a.long.name@example.org");
+    mail.AddCC("bob@example.org", "Bob");
+    mail.SetSubject("A subject that needs room of its own");
+    mail.SetMessageBody("All is well.\n" + std::string(500, 'x'));
+}
+
+// Behind its date.
+std::string Header()
+{
+    VornEx::CSmtp mail;
+    Fill(mail);
+    Vorn::Strings::TString<16> header;
+    mail.FormatHeader(header);
+    const std::string text(header);
+    return text.substr(text.find("\r\n"));
+}
+
+std::string Delivery()
+{
+    VornEx::CSmtp mail;
+    Fill(mail);
+    const bool sent = mail.Send();
+    return (sent ? "sent, " : "not sent, ") + std::to_string(mail.GetLastError());
+}
+
 } // namespace
 
 const std::vector<CService>& Services()
@@ -423,6 +481,9 @@ const std::vector<CService>& Services()
         {"module name", [] { return Version("e1000e"); }, true},
         {"versions", Compare, true},
         {"PCI", Pci, false},
+        {"base64", Base64, true},
+        {"mail header", Header, true},
+        {"mail", Delivery, true},
     };
     Files();
     return services;

@@ -22,6 +22,6 @@ std::string Result(const CService& service);
 int OpenDescriptors();
 
 // Asked before each system call that a service makes; null: all go through. 0: it goes through, -1:
-// a read gets one byte, otherwise the call fails with this errno.
+// a read or write gets one byte, otherwise the call fails with this errno.
 using FaultHook = int (*)(const char* call);
 extern FaultHook g_Fault;
