@@ -35,13 +35,27 @@ bool Ends()
 // GCC takes the replaced pair for a mismatch where it inlines one half only.
 #pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 
-void* operator new(std::size_t size)
+// All forms, because a sanitizer's own would not come by here.
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept
 {
     void* const memory = Ends() ? nullptr : std::malloc(size != 0 ? size : 1);
+    g_Live += memory != nullptr ? 1 : 0;
+    return memory;
+}
+void* operator new(std::size_t size)
+{
+    void* const memory = operator new(size, std::nothrow);
     if (memory == nullptr)
         throw std::bad_alloc();
-    ++g_Live;
     return memory;
+}
+void* operator new[](std::size_t size)
+{
+    return operator new(size);
+}
+void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept
+{
+    return operator new(size, tag);
 }
 void operator delete(void* memory) noexcept
 {
@@ -49,6 +63,14 @@ void operator delete(void* memory) noexcept
     std::free(memory);
 }
 void operator delete(void* memory, std::size_t /*size*/) noexcept
+{
+    operator delete(memory);
+}
+void operator delete[](void* memory) noexcept
+{
+    operator delete(memory);
+}
+void operator delete[](void* memory, std::size_t /*size*/) noexcept
 {
     operator delete(memory);
 }
