@@ -189,6 +189,18 @@ int connect(int descriptor, const sockaddr* address, socklen_t size)
     return Fails("connect") ? -1 : real(descriptor, address, size);
 }
 
+ssize_t recv(int descriptor, void* buffer, size_t size, int flags)
+{
+    static auto* const real = Next(&recv, "recv");
+    return ReadFails("recv", size) ? -1 : real(descriptor, buffer, size, flags);
+}
+
+ssize_t send(int descriptor, const void* buffer, size_t size, int flags)
+{
+    static auto* const real = Next(&send, "send");
+    return ReadFails("send", size) ? -1 : real(descriptor, buffer, size, flags);
+}
+
 int uname(utsname* kernel) noexcept
 {
     if (Fails("uname"))

@@ -2,7 +2,14 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstring>
 #include <map>
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <vorn/Trace.h>
+#include <vornex/Module.h>
 
 #include "Services.h"
 
@@ -113,6 +120,18 @@ TEST(SystemCallFailure, ResultsAsDocumented)
         {"PCI", "pci_system_init", 1, {ENOENT, ENOMEM, EACCES}, "none"},
         {"PCI", "pci_slot_match_iterator_create", 1, {ENOMEM}, "none"},
 
+        // 25: no connection, 3: it broke, 1: so it did where an answer to a command was due.
+        {"mail", "socket", Every, {EMFILE, ENFILE, EACCES, ENOMEM}, "not sent, 25"},
+        {"mail", "connect", Every, {ECONNREFUSED, ETIMEDOUT, EACCES, EINTR}, "not sent, 25"},
+        {"mail", "recv", 1, {EIO, ECONNRESET}, "not sent, 3"},
+        {"mail", "recv", 3, {EIO, ECONNRESET}, "not sent, 1"},
+        {"mail", "recv", 3, {EINTR}, same},
+        {"mail", "recv", Every, {Short}, same},
+        {"mail", "send", 1, {EPIPE, ECONNRESET, EIO}, "not sent, 3"},
+        {"mail", "send", 1, {EINTR}, same},
+        {"mail", "send", 6, {EPIPE}, "not sent, 3"},
+        {"mail", "send", Every, {Short}, same},
+
         {"messages", "open", Every, {EMFILE, ENFILE, EACCES, EIO}, same}, // the English text
         {"log", "open", Every, {EMFILE}, same},
     };
@@ -158,6 +177,37 @@ TEST(SystemCallFailure, EveryCall)
         }
     }
     EXPECT_GT(tried, 300);
+}
+
+// Lines of the default sink, which writes to standard error.
+TEST(SystemCallFailure, TraceLines)
+{
+    const struct
+    {
+        int m_Nth;
+        int m_Error;
+        bool m_IsWritten;
+    } rows[] = {{0, 0, true},        {1, EINTR, true},   {Every, Short, true},
+                {Every, EIO, false}, {1, ENOSPC, false}, {1, EAGAIN, false}};
+    const CService& service = Service("processor"); // one line
+    const std::string whole = Result(service);
+    const int before = dup(STDERR_FILENO);
+    for (const auto& row : rows) {
+        const int file = memfd_create("trace", MFD_CLOEXEC);
+        dup2(file, STDERR_FILENO);
+        VornEx::VORN_MODULE_INFO_VornEx.m_TraceMask = Vorn::Internals::TraceDetail;
+        const std::string result = ResultWith(service, "write", row.m_Nth, row.m_Error);
+        VornEx::VORN_MODULE_INFO_VornEx.m_TraceMask = 0;
+        dup2(before, STDERR_FILENO);
+        EXPECT_EQ(result, whole);
+        char text[512] = "";
+        const ssize_t length = pread(file, text, sizeof text - 1, 0);
+        EXPECT_EQ(length > 0 && text[length - 1] == '\n', row.m_IsWritten)
+            << row.m_Nth << " " << row.m_Error << " " << text;
+        EXPECT_EQ(std::strstr(text, "processorInfo ()") != nullptr, row.m_IsWritten);
+        close(file);
+    }
+    close(before);
 }
 
 } // namespace
