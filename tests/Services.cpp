@@ -153,17 +153,14 @@ ssize_t read(int descriptor, void* buffer, size_t size)
 
 ssize_t pread(int descriptor, void* buffer, size_t size, off_t offset)
 {
-    if (ReadFails("pread", size))
-        return -1;
-    // The position is of no use to those who read so.
-    if (syscall(SYS_lseek, descriptor, offset, SEEK_SET) < 0)
-        return -1;
-    return syscall(SYS_read, descriptor, buffer, size);
+    static auto* const real = Next(&pread, "pread64");
+    return ReadFails("pread", size) ? -1 : real(descriptor, buffer, size, offset);
 }
 
 off_t lseek(int descriptor, off_t offset, int whence) noexcept
 {
-    return Fails("lseek") ? -1 : syscall(SYS_lseek, descriptor, offset, whence);
+    static auto* const real = Next(&lseek, "lseek64");
+    return Fails("lseek") ? -1 : real(descriptor, offset, whence);
 }
 
 int close(int descriptor)
