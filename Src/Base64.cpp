@@ -93,7 +93,8 @@ std::string base64_encode(const unsigned char* data, unsigned int length)
     }
     if (length % 3 == 1) {
         PutPair(out, std::uint32_t{data[0]} << 4U);
-        std::memcpy(out + 2, "==", 2);
+        out[2] = '=';
+        out[3] = '=';
     } else if (length % 3 == 2) {
         PutPair(out, std::uint32_t{data[0]} << 4U | std::uint32_t{data[1]} >> 4U);
         out[2] = Alphabet[(data[1] & 15U) << 2U];

@@ -43,6 +43,19 @@ unsigned int ReadCount(const char*& at)
     return count;
 }
 
+// Runs body(). In an error record's stream what it throws costs the rest of the text only.
+template <class Body>
+inline void Guarded(bool ofRecord, CChrStreamBuffer& text, Body body)
+{
+    try {
+        body();
+    } catch (...) {
+        if (!ofRecord)
+            throw;
+        text.Release();
+    }
+}
+
 } // namespace
 
 namespace Base_Classes {
@@ -117,22 +130,9 @@ bool CFormatStream::Complete()
     return m_Raise != 0 && !unwinding && !Threading::Declines();
 }
 
-template <class Body>
-inline void CFormatStream::Guarded(Body body)
-{
-    try {
-        body();
-    } catch (...) {
-        if (!m_OfRecord)
-            throw;
-        // The rest of the text goes, the error stays.
-        m_StringBuffer.Release();
-    }
-}
-
 CFormatStream& CFormatStream::FormatInt(unsigned int value)
 {
-    Guarded([&] {
+    Guarded(m_OfRecord, m_StringBuffer, [&] {
         CField field;
         if (NextField(field))
             PutNumber(field, value);
@@ -147,7 +147,7 @@ CFormatStream& CFormatStream::operator<<(const char* text)
 
 CFormatStream& CFormatStream::operator<<(const Strings::CSubStringRef& text)
 {
-    Guarded([&] {
+    Guarded(m_OfRecord, m_StringBuffer, [&] {
         CField field;
         if (!NextField(field))
             return;

@@ -35,6 +35,11 @@ function(vornex_library name)
   # Calls inside a library stay inside it and can be inlined; nobody replaces single functions.
   target_compile_options(${name} PRIVATE -fno-semantic-interposition)
   target_link_options(${name} PRIVATE -Wl,-Bsymbolic-functions)
+  if(BUILD_SHARED_LIBS)
+    set(map ${PROJECT_SOURCE_DIR}/packaging/lib${name}.map)
+    target_link_options(${name} PRIVATE -Wl,--version-script=${map})
+    set_target_properties(${name} PROPERTIES LINK_DEPENDS ${map})
+  endif()
   target_include_directories(${name} PUBLIC
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
     $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/libvornex>)

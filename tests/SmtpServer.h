@@ -22,6 +22,7 @@
 //   {close} {reset}  the connection ends, by FIN or RST
 //   {stall}          nothing is read any more, until the client has given up
 //   {tls}            TLS is started
+//   {text}           both attempts at TLS are answered with what is none
 //   {flood}          the text is sent again and again until the client has given up
 using CAnswers = std::map<std::string, std::string>;
 
@@ -145,6 +146,9 @@ private:
             setsockopt(m_Socket, SOL_SOCKET, SO_LINGER, &abrupt, sizeof abrupt);
         } else if (action == "{tls}") {
             return StartTls();
+        } else if (action == "{text}") {
+            // Five bytes are what a client reads before it knows.
+            return Get() && Put("hello") && Get() && Put("again");
         }
         if (action.empty())
             return true;

@@ -282,6 +282,8 @@ const CScenario Scenarios[] = {
      {"STARTTLS", "220 go\r\n{close}"}}, "EHLO STARTTLS"},
     {"reset after 220", 3, Greet, Broken, {{"EHLO", OffersTls}, {"STARTTLS", "220 go\r\n{reset}"}},
      "EHLO STARTTLS"},
+    {"text after 220", 0, "", Broken, {{"EHLO", OffersTls}, {"STARTTLS", "220 go\r\n{text}"}},
+     "EHLO STARTTLS EHLO MAIL RCPT RCPT RCPT RCPT DATA . QUIT"},
     {"mute after 220", 3, Greet, Broken, {{"EHLO", OffersTls}, {"STARTTLS", "220 go\r\n{stall}"}},
      "EHLO STARTTLS"},
 
@@ -371,11 +373,11 @@ std::string Words(const std::string& seen)
     return words.substr(0, words.find_last_not_of(' ') + 1);
 }
 
-// Waits are short; the host's signal mask and pending signals are looked at.
+// The host's signal mask is looked at.
 class CDelivery : public testing::Test
 {
 protected:
-    CDelivery() { mailstream_network_delay = {0, 400000}; }
+    CDelivery() { mailstream_network_delay = {20, 0}; }
     ~CDelivery() override
     {
         sigset_t mask;
@@ -388,6 +390,12 @@ TEST_F(CDelivery, Scenarios)
 {
     for (const auto& row : Scenarios) {
         SCOPED_TRACE(row.m_Name);
+        // Only where a server is mute a wait is to end, which a busy machine must not bring about.
+        const bool mute =
+            std::any_of(row.m_Answers.begin(), row.m_Answers.end(), [](const auto& answer) {
+                return answer.second.find("{stall}") != std::string::npos;
+            });
+        mailstream_network_delay = {mute ? 1 : 20, 0};
         CSmtpServer server(row.m_Answers);
         CSmtp mail;
         Fill(mail);

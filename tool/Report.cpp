@@ -8,6 +8,7 @@
 
 #include "Mail.h"
 #include "Program.h"
+#include "Prometheus.h"
 #include "Section.h"
 
 namespace Tool {
@@ -27,35 +28,42 @@ constexpr CRow Sections[] = {
     {"library", LibrarySection},
 };
 
+// Of docs/report.schema.json. A member that is added keeps the number, one that is renamed, removed
+// or means something else raises it.
+constexpr int SchemaVersion = 1;
+
 struct COptions
 {
     bool m_Json = false;
+    bool m_Prometheus = false;
     CMailOptions m_Mail;
 };
 
 int PrintReport(const COptions& options)
 {
-    Json json;
-    int status = Done;
+    const bool asText = !options.m_Json && !options.m_Prometheus;
+    Json json = {{"schema", SchemaVersion}};
+    std::size_t problems = 0;
     bool first = true;
     for (const auto& row : Sections) {
         const CSection section = row.m_Make();
-        if (options.m_Json) {
-            json[row.m_Name] = section.m_Json;
-        } else {
+        if (asText) {
             if (!first)
                 std::cout << '\n';
             first = false;
             Print(section.m_Text);
+        } else {
+            json[row.m_Name] = section.m_Json;
         }
-        for (const auto& problem : section.m_Problems) {
+        for (const auto& problem : section.m_Problems)
             Complain(problem);
-            status = Failed;
-        }
+        problems += section.m_Problems.size();
     }
     if (options.m_Json)
         Print(json);
-    return status;
+    if (options.m_Prometheus)
+        std::cout << AsMetrics(json, problems);
+    return problems == 0 ? Done : Failed;
 }
 
 int MailReport(const COptions& options)
@@ -119,7 +127,12 @@ int PrintSection(const CSection& section, bool json)
 void AddReport(CProgram& program)
 {
     const auto command = program.Add("report", "Report what machine this is", Report);
-    AddJson(command.m_App, command.m_Options->m_Json);
+    CLI::Option* const json = command.m_App->add_flag("--json", command.m_Options->m_Json,
+                                                      "Print one JSON object instead of text");
+    command.m_App
+        ->add_flag("--prometheus", command.m_Options->m_Prometheus,
+                   "Print metrics for Prometheus instead of text")
+        ->excludes(json);
     CMailOptions& mail = command.m_Options->m_Mail;
     auto* const to = command.m_App->add_option(
         "--mail-to", mail.m_To, "Mail the report to these addresses instead of printing it");

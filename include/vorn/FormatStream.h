@@ -107,9 +107,6 @@ private:
 
     // True when the stream's error is to be raised.
     bool Complete();
-    // Runs body(); what it throws is dropped with the rest of the text in an error record's stream.
-    template <class Body>
-    void Guarded(Body body);
     // Writes literal text up to the next field; false when the format holds no further one.
     bool NextField(CField& field);
     void Put(const CField& field, const char* prefix, unsigned int zeros, const char* text,

@@ -1,6 +1,7 @@
-// All platform services.
+// All platform services, and the errors that they raise.
 #pragma once
 
+#include <vorn/Exceptions.h>
 #include <vornex/Base64.h>
 #include <vornex/ConfigManager.h>
 #include <vornex/Module.h>

@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# Compares what the libraries export with the lists of this architecture, in packaging/symbols/.
+#
+#   packaging/symbols.sh LIBRARY-FOLDER [--update]
+#
+# A symbol that appears is a promise to hosts, one that disappears breaks them: --update writes the
+# lists anew, for the change to be seen where it is reviewed.
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+folder=$1 update=${2:-}
+case "$(file -bL "$folder/libvornex.so.5")" in
+*"x86-64"*) architecture=amd64 ;;
+*"Intel 80386"* | *"Intel i386"*) architecture=i386 ;;
+*)
+    echo "symbols: no lists for this architecture" >&2
+    exit 77
+    ;;
+esac
+
+status=0
+for library in libvorn libvornex; do
+    list=$here/symbols/$library.$architecture
+    # Type and name with version; lower-case letters are local to the linker's own affairs.
+    exported=$(nm -D --defined-only --with-symbol-versions "$folder/$library.so.5" |
+        awk '{ print $2, $3 }' | LC_ALL=C sort -k2)
+    if [ "$update" = --update ]; then
+        mkdir -p "$here/symbols"
+        printf '%s\n' "$exported" >"$list"
+    elif ! difference=$(diff -u --label "$list" --label "$library.so.5" "$list" - <<<"$exported"); then
+        c++filt <<<"$difference"
+        status=1
+    fi
+    # What runs before main: the two of the compiler's, and the module objects of libvornex.
+    initialisers=$(nm -C "$folder/$library.so" | grep -o '_GLOBAL__sub_I_.*' || true)
+    [ $library = libvorn ] && expected= || expected=_GLOBAL__sub_I_Module.cpp
+    if [ "$initialisers" != "$expected" ]; then
+        echo "$library: static initialisers: ${initialisers:-none}"
+        status=1
+    fi
+done
+exit $status
