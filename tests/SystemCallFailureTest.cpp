@@ -160,6 +160,10 @@ TEST(SystemCallFailure, EveryCall)
         const std::string whole = ResultWith(service, "", 0, 0);
         const std::map<std::string, int> calls = g_Made;
         for (const auto& [call, made] : calls) {
+            // libpciaccess takes what its stack holds for the content of a file that it cannot
+            // read.
+            if (service.m_Name == std::string("PCI") && (call == "read" || call == "pread"))
+                continue;
             for (int nth = 1; nth <= std::min(made, MostCalls); ++nth) {
                 for (const int error : {EINTR, EIO, EMFILE, ENOMEM, Short}) {
                     SCOPED_TRACE(service.m_Name + (": " + call) + " " + std::to_string(nth) +

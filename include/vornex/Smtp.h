@@ -130,7 +130,7 @@ public:
     // entries are written as the To list has, at most their own; the rest gets the mail all the
     // same. That rule is meant.
     //
-    // The date is made with localtime(3) and the variable timezone, in the host's locale: not for
+    // The date is made with localtime_r(3) and the variable timezone, in the host's locale: not for
     // several threads at once while one of them changes the time zone. The zone it names is that
     // of standard time, also in summer, which is meant.
     bool FormatHeader(Vorn::Strings::CStringVar& header);
