@@ -85,6 +85,7 @@ public:
     // an exception is on its way already; a stream of an error record never throws that, but raises
     // its error.
     // Inline, so that a raise leaves from the raising function and no frame more is unwound.
+    // NOLINTNEXTLINE(bugprone-exception-escape): raising is what it is for
     ~CFormatStream() noexcept(false)
     {
         if (Complete())
