@@ -202,6 +202,16 @@ public:
     // The variable part of the general case. Always succeeds.
     VORN_REGEX_APART int MatchVart(CContext* context) const { return TakeVart(context); }
 
+    // Said by the builder, of an open-ended repetition in a pattern without back-references,
+    // conditions and calls: what an iteration can match depends on where it begins, and on nothing
+    // else. An extension then stops at a place that was offered before. Such a place was offered
+    // either because the element fails there, or would match the empty string for ever, or after
+    // every iteration that begins there had been tried: both depend on the place alone, so all ends
+    // that can be reached from there have been offered, and going on could only find them again. A
+    // way back to the repetition's own start is not missed: it is the first iteration's, which no
+    // extension repeats. Nested repetitions such as "(a*)*b" cost polynomial time by this.
+    void ExploreOnce() { m_ExploresOnce = true; }
+
     // Another way for it to match; 0 and undone when there is none.
     int MatchNextVart(CContext* context) const { return ReturnVart(context); }
 
@@ -215,7 +225,7 @@ protected:
     VORN_REGEX_MERGED int TakeVart(CContext* context) const
     {
         const int frame = PushFrame(context);
-        TakeMore(context, frame);
+        TakeMore<false>(context, frame);
         return CloseFrame(context, frame);
     }
 
@@ -236,7 +246,7 @@ private:
         FrameSize
     };
 
-    static constexpr int WordBits = 32;
+    static constexpr unsigned int WordBits = 32;
 
     VORN_REGEX_APART int MatchRun(CContext* context) const
     {
@@ -278,10 +288,13 @@ private:
         return frame;
     }
 
-    // Takes iterations until the element fails, or would match the empty string for ever.
+    // Takes iterations until the element fails, or would match the empty string for ever. isAgain:
+    // after a retry, when ends have been offered already.
+    template <bool isAgain>
     VORN_REGEX_MERGED void TakeMore(CContext* context, int frame) const
     {
-        while (BeginIteration(context, frame)) {
+        while (!(isAgain && m_ExploresOnce && IsOffered(context, frame)) &&
+               BeginIteration(context, frame)) {
             if (m_Element->Match(context) == 0)
                 return;
             if (HasNotMoved(context, frame)) {
@@ -366,29 +379,34 @@ private:
         return 1;
     }
 
-    // The set has a bit for each position, by its distance from the start.
-    static int Distance(const CContext* context, int frame)
+    bool m_ExploresOnce = false;
+
+    // The set has a bit for each position, by its distance from the start: even ones for those
+    // behind it, odd ones for those before. There can be both, where a group that was compiled for
+    // the other direction is called.
+    static unsigned int Bit(const CContext* context, int frame)
     {
         const int start = context->stack[frame + Start];
-        return context->currentPos < start ? start - context->currentPos
-                                           : context->currentPos - start;
+        const int at = context->currentPos;
+        return at < start ? 2 * static_cast<unsigned int>(start - at) - 1
+                          : 2 * static_cast<unsigned int>(at - start);
     }
 
     VORN_REGEX_APART static bool IsOffered(const CContext* context, int frame)
     {
-        const int distance = Distance(context, frame);
-        const int word = distance / WordBits;
+        const unsigned int bit = Bit(context, frame);
+        const int word = static_cast<int>(bit / WordBits);
         return word < context->stack[frame + Words] &&
                ((static_cast<unsigned int>(context->stack[frame + FrameSize + word]) >>
-                 (distance % WordBits)) &
+                 (bit % WordBits)) &
                 1U) != 0;
     }
 
     VORN_REGEX_APART static void SetOffered(CContext* context, int frame)
     {
         auto& stack = context->stack;
-        const int distance = Distance(context, frame);
-        const int word = distance / WordBits;
+        const unsigned int bit = Bit(context, frame);
+        const int word = static_cast<int>(bit / WordBits);
         const int words = stack[frame + Words];
         if (word >= words) {
             // At least twice as many: what lies above is moved seldom.
@@ -397,7 +415,7 @@ private:
             stack[frame + Words] = words + more;
         }
         int& bits = stack[frame + FrameSize + word];
-        bits = static_cast<int>(static_cast<unsigned int>(bits) | (1U << (distance % WordBits)));
+        bits = static_cast<int>(static_cast<unsigned int>(bits) | (1U << (bit % WordBits)));
     }
 };
 
@@ -416,7 +434,7 @@ VORN_REGEX_MERGED bool CGreedyElxT<x>::ReturnIteration(CContext* context, int fr
             return false;
     } while (HasNotMoved(context, frame));
     KeepIteration(context, frame);
-    TakeMore(context, frame);
+    this->template TakeMore<true>(context, frame);
     return true;
 }
 

@@ -16,7 +16,8 @@ CRegexpT<Char>::CRegexpT(const Char* pattern, int flags)
 template <class Char>
 CRegexpT<Char>::CRegexpT(std::string_view pattern, int flags)
 {
-    this->Build(pattern.data(), Measured(pattern.size()), flags);
+    // A view without characters is the empty pattern, wherever it points.
+    this->Build(pattern.empty() ? "" : pattern.data(), Measured(pattern.size()), flags);
     FindFirst();
 }
 

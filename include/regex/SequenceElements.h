@@ -63,9 +63,9 @@ private:
 
     // The text at a place has not matched: steps back to where it does. False: nowhere, and what
     // was to be given back is gone.
-    VORN_REGEX_APART bool StepBackToText(CContext* context, std::ptrdiff_t place) const
+    VORN_REGEX_APART bool StepBackToText(CContext* context, ElxInterface* const* item) const
     {
-        const CStep& step = m_Steps[static_cast<int>(place)];
+        const CStep& step = m_Steps[static_cast<int>(item - m_Items.begin())];
         if (step.m_Run == nullptr ||
             (step.m_Closing != nullptr && !step.m_Closing->CanMove(context)))
             return false;
@@ -130,7 +130,7 @@ private:
     {
         for (; item != Last<Step>(); item += Step)
             if ((*item)->Match(context) == 0) {
-                if (m_Steps.GetSize() > 0 && StepBackToText(context, item - m_Items.begin()))
+                if (m_Steps.GetSize() > 0 && StepBackToText(context, item))
                     continue;
                 item = Retry<Step>(context, item);
                 if (item == nullptr)
