@@ -58,10 +58,12 @@ void AppendDate(CStringVar& header)
 {
     const std::time_t now = std::time(nullptr);
     char date[64] = "";
+    std::tm local{};
+    tzset(); // localtime_r alone need not notice that TZ has changed
     // The TAB is meant.
-    if (const std::tm* const local = std::localtime(&now))
-        if (std::strftime(date, sizeof date, "%a,\t%d %b %Y %H:%M:%S", local) == 0)
-            date[0] = '\0';
+    if (localtime_r(&now, &local) == nullptr ||
+        std::strftime(date, sizeof date, "%a,\t%d %b %Y %H:%M:%S", &local) == 0)
+        date[0] = '\0';
     const auto west = static_cast<unsigned int>(std::labs(timezone));
     (header.Format("Date: %s %c%02d%02d\r\n") << date)
         .FormatInt(timezone < 0 ? '+' : '-')

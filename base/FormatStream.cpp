@@ -43,6 +43,19 @@ unsigned int ReadCount(const char*& at)
     return count;
 }
 
+// Runs body(). In an error record's stream what it throws costs the rest of the text only.
+template <class Body>
+inline void Guarded(bool ofRecord, CChrStreamBuffer& text, Body body)
+{
+    try {
+        body();
+    } catch (...) {
+        if (!ofRecord)
+            throw;
+        text.Release();
+    }
+}
+
 } // namespace
 
 namespace Base_Classes {
@@ -119,9 +132,11 @@ bool CFormatStream::Complete()
 
 CFormatStream& CFormatStream::FormatInt(unsigned int value)
 {
-    CField field;
-    if (NextField(field))
-        PutNumber(field, value);
+    Guarded(m_OfRecord, m_StringBuffer, [&] {
+        CField field;
+        if (NextField(field))
+            PutNumber(field, value);
+    });
     return *this;
 }
 
@@ -132,15 +147,17 @@ CFormatStream& CFormatStream::operator<<(const char* text)
 
 CFormatStream& CFormatStream::operator<<(const Strings::CSubStringRef& text)
 {
-    CField field;
-    if (NextField(field)) {
+    Guarded(m_OfRecord, m_StringBuffer, [&] {
+        CField field;
+        if (!NextField(field))
+            return;
         // A precision cuts text, but in a number field it means digits.
         unsigned int length = text.Length();
         if (field.m_HasPrecision && field.m_Conversion == 's')
             length = std::min(length, field.m_Precision);
         field.m_Zero = false;
         Put(field, "", 0, text.Text(), length);
-    }
+    });
     return *this;
 }
 

@@ -14,7 +14,6 @@
 // nested group calls by taking their budget away.
 #include <algorithm>
 #include <cctype>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -31,12 +30,14 @@
 
 #include <regex/Regexp.h>
 
+#include "Fuzz.h"
 #include "RegexGenerator.h"
 
 namespace {
 
 using Fuzz::CGenerator;
 using Fuzz::CPattern;
+using Fuzz::Readable;
 using Vorn::Regex::CContext;
 using Result = Vorn::Regex::MatchResultT<0>;
 using Matches = std::vector<std::vector<int>>; // for each match, the begin and end of each group
@@ -58,23 +59,6 @@ struct CInput
 const CInput* current = nullptr;
 CContext* matching = nullptr;
 volatile std::sig_atomic_t gaveUp = 0;
-
-std::string Readable(const std::string& text)
-{
-    std::string shown = "\"";
-    for (const char character : text) {
-        char code[8];
-        if (character == '"' || character == '\\')
-            (shown += '\\') += character;
-        else if (std::isprint(static_cast<unsigned char>(character)) != 0)
-            shown += character;
-        else {
-            std::snprintf(code, sizeof code, "\\%03o", static_cast<unsigned char>(character));
-            shown += code;
-        }
-    }
-    return shown + "\"";
-}
 
 std::string Readable(const Matches& matches)
 {
@@ -386,8 +370,7 @@ void TryRaw(int flags, const std::string& bytes)
 
 } // namespace
 
-extern "C" __attribute__((visibility("default"))) int LLVMFuzzerTestOneInput(const uint8_t* bytes,
-                                                                             std::size_t size)
+int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size)
 {
     static const bool ready = [] {
         std::signal(SIGVTALRM, TakeCallBudget);

@@ -19,6 +19,8 @@ extern template class CBufferRefT<CDelegateElxT<char>*>;
 extern template class CBufferT<CDelegateElxT<char>*>;
 extern template class CBufferRefT<CListElxT<0>*>;
 extern template class CBufferT<CListElxT<0>*>;
+extern template class CBufferRefT<CGreedyElxT<0>*>;
+extern template class CBufferT<CGreedyElxT<0>*>;
 extern template class CBufferRefT<CBackrefElxT<char>*>;
 extern template class CBufferT<CBackrefElxT<char>*>;
 
@@ -168,6 +170,8 @@ private:
     ElxInterface* m_Stock[StockElements] = {};
     int m_Nesting = 0; // of groups and classes, while compiling
     bool m_LeavesStale = false;
+    bool m_LooksAtCaptures = false;
+    CBufferT<CGreedyElxT<0>*> m_OpenRepetitions; // general ones without a maximum
 };
 
 extern template class CBuilderT<char>;

@@ -53,6 +53,8 @@ void CBuilderT<Char>::Build(const Char* pattern, int length, int flags)
     m_TableSize = 0;
     m_Nesting = 0;
     m_LeavesStale = false;
+    m_LooksAtCaptures = false;
+    m_OpenRepetitions.Restore(0);
     if (pattern == nullptr)
         return;
     Rescan(0);
@@ -60,6 +62,9 @@ void CBuilderT<Char>::Build(const Char* pattern, int length, int flags)
     ElxInterface* const top = BuildAlternative(flags);
     m_GroupTable[0] = top;
     BindGroups();
+    if (!m_LooksAtCaptures)
+        for (auto* const repetition : m_OpenRepetitions)
+            repetition->ExploreOnce();
     m_Top = top;
     m_Pattern = CBufferRefT<Char>();
 }
@@ -175,8 +180,11 @@ ElxInterface* CBuilderT<Char>::BuildRepeat(int& flags)
         return Keep(new CReluctantElxT<0>(element, least, most - least));
     auto* const greedy = manner == '+' ? Keep(new CPossessiveElxT<0>(element, least, most - least))
                                        : Keep(new CGreedyElxT<0>(element, least, most - least));
-    if (greedy->IsGeneral())
+    if (greedy->IsGeneral()) {
         m_LeavesStale = true;
+        if (most == INT_MAX)
+            m_OpenRepetitions.Push(greedy);
+    }
     return greedy;
 }
 
@@ -498,6 +506,7 @@ template <class Char>
 ElxInterface* CBuilderT<Char>::BuildBackref(int& flags)
 {
     const auto make = [this, flags](int number) {
+        m_LooksAtCaptures = true;
         return Keep(new CBackrefElxT<Char>(number, Backward(flags), CaseOff(flags)));
     };
     if (IsDigit(m_Next.m_Char) && IsPlain(m_Next, m_Next.m_Char)) {
@@ -633,6 +642,7 @@ template <class Char>
 ElxInterface* CBuilderT<Char>::BuildCall()
 {
     auto* const call = Keep(new CDelegateElxT<Char>(0));
+    m_LooksAtCaptures = true; // through groups that are entered while they are open
     m_Calls.Push(call);
     if (!IsPlain(m_Current, 'R')) {
         ReadDigits(call->m_Number);
@@ -654,6 +664,7 @@ ElxInterface* CBuilderT<Char>::BuildCondition(int& flags)
 {
     auto* const condition = Keep(new CConditionElxT<Char>(-1));
     m_LeavesStale = true;
+    m_LooksAtCaptures = true;
     int inner = flags;
     if (Is(m_Next, '?')) {
         condition->m_Condition = BuildRecursive(inner);

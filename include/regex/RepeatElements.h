@@ -202,6 +202,16 @@ public:
     // The variable part of the general case. Always succeeds.
     VORN_REGEX_APART int MatchVart(CContext* context) const { return TakeVart(context); }
 
+    // Said by the builder, of an open-ended repetition in a pattern without back-references,
+    // conditions and calls: what an iteration can match depends on where it begins, and on nothing
+    // else. An extension then stops at a place that was offered before. Such a place was offered
+    // either because the element fails there, or would match the empty string for ever, or after
+    // every iteration that begins there had been tried: both depend on the place alone, so all ends
+    // that can be reached from there have been offered, and going on could only find them again. A
+    // way back to the repetition's own start is not missed: it is the first iteration's, which no
+    // extension repeats. Nested repetitions such as "(a*)*b" cost polynomial time by this.
+    void ExploreOnce() { m_ExploresOnce = true; }
+
     // Another way for it to match; 0 and undone when there is none.
     int MatchNextVart(CContext* context) const { return ReturnVart(context); }
 
@@ -215,7 +225,7 @@ protected:
     VORN_REGEX_MERGED int TakeVart(CContext* context) const
     {
         const int frame = PushFrame(context);
-        TakeMore(context, frame);
+        TakeMore<false>(context, frame);
         return CloseFrame(context, frame);
     }
 
@@ -278,10 +288,13 @@ private:
         return frame;
     }
 
-    // Takes iterations until the element fails, or would match the empty string for ever.
+    // Takes iterations until the element fails, or would match the empty string for ever. isAgain:
+    // after a retry, when ends have been offered already.
+    template <bool isAgain>
     VORN_REGEX_MERGED void TakeMore(CContext* context, int frame) const
     {
-        while (BeginIteration(context, frame)) {
+        while (!(isAgain && m_ExploresOnce && IsOffered(context, frame)) &&
+               BeginIteration(context, frame)) {
             if (m_Element->Match(context) == 0)
                 return;
             if (HasNotMoved(context, frame)) {
@@ -366,6 +379,8 @@ private:
         return 1;
     }
 
+    bool m_ExploresOnce = false;
+
     // The set has a bit for each position, by its distance from the start: even ones for those
     // behind it, odd ones for those before. There can be both, where a group that was compiled for
     // the other direction is called.
@@ -419,7 +434,7 @@ VORN_REGEX_MERGED bool CGreedyElxT<x>::ReturnIteration(CContext* context, int fr
             return false;
     } while (HasNotMoved(context, frame));
     KeepIteration(context, frame);
-    TakeMore(context, frame);
+    this->template TakeMore<true>(context, frame);
     return true;
 }
 

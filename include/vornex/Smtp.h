@@ -16,7 +16,7 @@
 // and the server offers a mechanism (DIGEST-MD5, CRAM-MD5, PLAIN, LOGIN, the best that is offered),
 // gives the sender and every To, Cc and Bcc recipient, and transfers header and body. Failures are
 // told by false and GetLastError(); nothing is raised, nothing is tried twice. Memory that runs out
-// throws std::bad_alloc, with everything given back.
+// throws std::bad_alloc, or fails the session, with everything given back.
 //
 // What it does not do, so that a host can decide:
 //  - Values are not checked, folded, encoded or escaped. A line break in a name, an address or the
@@ -130,7 +130,7 @@ public:
     // entries are written as the To list has, at most their own; the rest gets the mail all the
     // same. That rule is meant.
     //
-    // The date is made with localtime(3) and the variable timezone, in the host's locale: not for
+    // The date is made with localtime_r(3) and the variable timezone, in the host's locale: not for
     // several threads at once while one of them changes the time zone. The zone it names is that
     // of standard time, also in summer, which is meant.
     bool FormatHeader(Vorn::Strings::CStringVar& header);

@@ -44,7 +44,8 @@ public:
     // The time value of a local date; whether daylight saving holds is for the system to decide.
     // A day that its month does not have (29 February of a common year, 30 and 31 of the short
     // ones, all above 31) is the first of the next month, whatever the excess. A date that
-    // mktime(3) cannot convert leaves `milliseconds` as it was.
+    // mktime(3) cannot convert leaves `milliseconds` as it was; only a 29 February that it cannot
+    // convert is tried once more as 1 March, and what comes of that is taken, -1000 for a failure.
     static void GetTime(const CSystemDate_Lx& date, unsigned long long& milliseconds);
 
     // The local date of a time value; m_Week is not written. A value beyond what the system can

@@ -30,7 +30,7 @@ namespace VornEx {
 //
 // Files are not trusted: what lies outside of them, or is not ended where it should be, is not
 // there. They are read, not mapped, so a file that is cut meanwhile does no harm. Ordinary modules
-// and lists cost no memory of the heap.
+// and lists cost no memory of the heap; a list with lines for which there is none ends there.
 //
 // What it does not do: it reads no compressed modules, knows nothing of drivers built into the
 // kernel, does not ask the running kernel which module is loaded, and resolves no aliases.
