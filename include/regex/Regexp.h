@@ -9,8 +9,8 @@
 //
 // What it does not do: it has no Unicode (a character is a byte), no search shortcuts (each start
 // position is tried), and no limit of time: as with every engine of the kind there are patterns,
-// such as "^(a*?)*?b", that take exponential time on some texts. Patterns and texts of any content are
-// safe otherwise: nothing outside the text is read, and the native stack stays below 4 MiB on
+// such as "^(a*?)*?b", that take exponential time on some texts. Patterns and texts of any content
+// are safe otherwise: nothing outside the text is read, and the native stack stays below 4 MiB on
 // x86-64 whatever they say. Neither may be longer than 2147483646 characters: std::length_error.
 //
 // Where memory ends, std::bad_alloc is thrown; nothing else throws.
