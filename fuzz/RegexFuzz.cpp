@@ -11,7 +11,7 @@
 //
 // Backtracking takes exponential time for some patterns, here as in every engine of the kind. Sizes
 // are kept small therefore, PCRE2's match limit sorts the made patterns out, and a timer ends
-// nested group calls by taking their budget away.
+// a match by taking its budget of calls and its text away.
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
@@ -86,11 +86,14 @@ void Expect(bool holds, const char* what)
         Report(what);
 }
 
-void TakeCallBudget(int /*signal*/)
+void GiveUp(int /*signal*/)
 {
     gaveUp = 1;
-    if (matching != nullptr)
-        matching->recursionBudget = -1'000'000'000;
+    if (matching == nullptr)
+        return;
+    // Calls fail from here on, and nothing more is found in the text.
+    matching->recursionBudget = -1'000'000'000;
+    matching->textLength = 0;
 }
 
 // Lets the timer run while it lives.
@@ -373,7 +376,7 @@ void TryRaw(int flags, const std::string& bytes)
 int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size)
 {
     static const bool ready = [] {
-        std::signal(SIGVTALRM, TakeCallBudget);
+        std::signal(SIGVTALRM, GiveUp);
         return true;
     }();
     if (size < 2 || !ready)
