@@ -77,8 +77,7 @@ bool Value(unsigned char character, unsigned char& value)
     return true;
 }
 
-// The best that this machine has. A look at what the compiler's runtime found out at load time:
-// there is nothing to keep.
+// The best that this machine has. Asking is a look into memory: there is nothing to keep.
 const Internals::CBase64Vector& Vector()
 {
     const Internals::CBase64Vector* vector = Internals::Base64Vectors;

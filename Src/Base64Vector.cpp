@@ -18,9 +18,7 @@
 
 #include <immintrin.h>
 
-// Each function is compiled for its instructions, whatever the rest of the library is compiled for.
-#define SSSE3 __attribute__((target("ssse3")))
-#define AVX2 __attribute__((target("avx2")))
+#include "Processor.h"
 
 namespace VornEx::Internals {
 
@@ -62,17 +60,17 @@ constexpr int ShiftBD = 0x01000010; // up by 8 and 4
 constexpr int JoinPairs = 0x01400140;
 constexpr int JoinFours = 0x00011000;
 
-SSSE3 inline __m128i Load128(const void* place)
+[[gnu::target("ssse3")]] inline __m128i Load128(const void* place)
 {
     return _mm_loadu_si128(static_cast<const __m128i*>(place));
 }
 
-SSSE3 inline __m128i Row128(const CRow& row)
+[[gnu::target("ssse3")]] inline __m128i Row128(const CRow& row)
 {
     return _mm_load_si128(reinterpret_cast<const __m128i*>(row.m_Bytes));
 }
 
-SSSE3 inline __m128i Characters128(__m128i spread)
+[[gnu::target("ssse3")]] inline __m128i Characters128(__m128i spread)
 {
     const __m128i values = _mm_or_si128(
         _mm_mulhi_epu16(_mm_and_si128(spread, _mm_set1_epi32(FieldsAC)), _mm_set1_epi32(ShiftAC)),
@@ -83,7 +81,8 @@ SSSE3 inline __m128i Characters128(__m128i spread)
     return _mm_add_epi8(values, _mm_shuffle_epi8(Row128(ToCharacter), range));
 }
 
-SSSE3 std::size_t EncodeSsse3(const unsigned char* data, std::size_t length, char* text)
+[[gnu::target("ssse3")]] std::size_t EncodeSsse3(const unsigned char* data, std::size_t length,
+                                                 char* text)
 {
     const std::size_t whole = length - length % CBase64Vector::BlockBytes;
     for (std::size_t at = 0; at != whole; at += CBase64Vector::BlockBytes, text += 32) {
@@ -98,7 +97,7 @@ SSSE3 std::size_t EncodeSsse3(const unsigned char* data, std::size_t length, cha
 }
 
 // Adds to `bad` what is not in the alphabet.
-SSSE3 inline __m128i Bytes128(__m128i text, __m128i& bad)
+[[gnu::target("ssse3")]] inline __m128i Bytes128(__m128i text, __m128i& bad)
 {
     const __m128i upper = _mm_and_si128(_mm_srli_epi32(text, 4), _mm_set1_epi8(15));
     bad = _mm_or_si128(bad, _mm_andnot_si128(_mm_shuffle_epi8(Row128(LowerGroups), text),
@@ -111,7 +110,8 @@ SSSE3 inline __m128i Bytes128(__m128i text, __m128i& bad)
     return _mm_shuffle_epi8(groups, Row128(Gather));
 }
 
-SSSE3 std::size_t DecodeSsse3(const unsigned char* text, std::size_t length, char* bytes)
+[[gnu::target("ssse3")]] std::size_t DecodeSsse3(const unsigned char* text, std::size_t length,
+                                                 char* bytes)
 {
     const std::size_t whole = length - length % CBase64Vector::BlockCharacters;
     std::size_t at = 0;
@@ -128,12 +128,13 @@ SSSE3 std::size_t DecodeSsse3(const unsigned char* text, std::size_t length, cha
     return at;
 }
 
-AVX2 inline __m256i Twice(const CRow& row)
+[[gnu::target("avx2")]] inline __m256i Twice(const CRow& row)
 {
     return _mm256_broadcastsi128_si256(Row128(row));
 }
 
-AVX2 std::size_t EncodeAvx2(const unsigned char* data, std::size_t length, char* text)
+[[gnu::target("avx2")]] std::size_t EncodeAvx2(const unsigned char* data, std::size_t length,
+                                               char* text)
 {
     const __m256i spread = _mm256_inserti128_si256(Twice(Spread), Row128(SpreadFromFifth), 1);
     const __m256i toCharacter = Twice(ToCharacter);
@@ -157,7 +158,7 @@ AVX2 std::size_t EncodeAvx2(const unsigned char* data, std::size_t length, char*
 }
 
 // 24 bytes from 32 characters; false when one is not in the alphabet.
-AVX2 inline bool DecodeBlock(const unsigned char* text, __m256i& bytes)
+[[gnu::target("avx2")]] inline bool DecodeBlock(const unsigned char* text, __m256i& bytes)
 {
     const __m256i block = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(text));
     const __m256i upper = _mm256_and_si256(_mm256_srli_epi32(block, 4), _mm256_set1_epi8(15));
@@ -175,7 +176,8 @@ AVX2 inline bool DecodeBlock(const unsigned char* text, __m256i& bytes)
     return true;
 }
 
-AVX2 std::size_t DecodeAvx2(const unsigned char* text, std::size_t length, char* bytes)
+[[gnu::target("avx2")]] std::size_t DecodeAvx2(const unsigned char* text, std::size_t length,
+                                               char* bytes)
 {
     const std::size_t whole = length - length % CBase64Vector::BlockCharacters;
     std::size_t at = 0;
@@ -199,8 +201,8 @@ AVX2 std::size_t DecodeAvx2(const unsigned char* text, std::size_t length, char*
 } // namespace
 
 const CBase64Vector Base64Vectors[] = {
-    {"AVX2", [] { return __builtin_cpu_supports("avx2") != 0; }, EncodeAvx2, DecodeAvx2},
-    {"SSSE3", [] { return __builtin_cpu_supports("ssse3") != 0; }, EncodeSsse3, DecodeSsse3},
+    {"AVX2", HasAvx2, EncodeAvx2, DecodeAvx2},
+    {"SSSE3", HasSsse3, EncodeSsse3, DecodeSsse3},
     {"none", nullptr, nullptr, nullptr},
 };
 
