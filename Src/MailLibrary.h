@@ -1,14 +1,12 @@
 // libetpan, and Cyrus SASL underneath it, loaded when mail is first sent: with GnuTLS and what else
-// they need they would cost every program more at its start than all else that the library is.
-//
-// Calls go through a table whose members are named and typed as the functions. Each is bound as the
-// dynamic linker would bind it: to the program's own definition, where there is one, and to that of
-// the libetpan which the program has loaded itself, whose sessions StartSmtpTls is given. In a
-// static library the table holds what the program is linked with.
+// they need they would cost every program more at its start than all else that the library is. A
+// program that has libetpan itself, and gives StartSmtpTls its sessions, has them handled by that.
 #pragma once
 
 #include <libetpan/libetpan.h>
 #include <sasl/sasl.h>
+
+#include "LateLibrary.h"
 
 // All that is used of both, functions and variables.
 #define VORNEX_MAIL_SYMBOLS(SYMBOL)                                                                \
@@ -49,13 +47,10 @@ namespace VornEx::Internals {
 
 struct CMailLibrary
 {
-#define VORNEX_MAIL_MEMBER(name) decltype(&::name) name;
-    VORNEX_MAIL_SYMBOLS(VORNEX_MAIL_MEMBER)
-#undef VORNEX_MAIL_MEMBER
+    VORNEX_MAIL_SYMBOLS(VORNEX_LATE_MEMBER)
 };
 
-// Loads the libraries, which then stay; once they are there it costs a look at a flag. False, with
-// the reason in the trace, where they cannot be loaded: the next call tries again. Any thread.
+// False, with the reason in the trace, where the libraries cannot be loaded. Any thread.
 bool LoadMailLibrary();
 
 // The table, for whoever has got true from LoadMailLibrary.
