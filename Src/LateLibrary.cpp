@@ -25,7 +25,7 @@ void* CLateSymbols::Find(const char* name) const
     if (found == nullptr)
         found = dlsym(m_Library, name);
     if (found == nullptr)
-        TraceDetail(Source, __LINE__, "CLateSymbols::Find () -> %s", dlerror());
+        TraceDetail(Source, __LINE__, "CLateSymbols () -> %s", dlerror());
     return found;
 }
 
