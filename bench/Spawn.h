@@ -62,19 +62,15 @@ inline void AddCommands(const std::string& row, const std::vector<Command>& comm
         ->Unit(benchmark::kMillisecond);
 }
 
-// What a main has to do when its rows are added.
-inline int RunCommands(int count, char** words, const std::string& workload,
-                       const std::vector<std::string>& engines)
+// What a main has to do when its rows are added; the ratios of one workload come last.
+inline int RunCommands(int count, char** words, CRatioReporter& reporter,
+                       const std::string& workload, const std::vector<std::string>& engines)
 {
     benchmark::Initialize(&count, words);
     if (benchmark::ReportUnrecognizedArguments(count, words))
         return EXIT_FAILURE;
-    CRatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     reporter.PrintRatios({workload}, engines);
-    std::printf("\npeak memory\n");
-    for (const auto& engine : engines)
-        std::printf("%-12s %8.0f KiB\n", engine.c_str(), reporter.Counter(workload, engine, "KiB"));
     return EXIT_SUCCESS;
 }
 

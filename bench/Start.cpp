@@ -7,5 +7,6 @@ int main(int count, char** words)
     Bench::AddCommands("start/vornex", {{START_VORNEX}});
     Bench::AddCommands("start/peers", {{START_PEERS}});
     Bench::AddCommands("start/neither", {{START_NEITHER}});
-    return Bench::RunCommands(count, words, "start", {"vornex", "peers", "neither"});
+    Bench::CRatioReporter reporter;
+    return Bench::RunCommands(count, words, reporter, "start", {"vornex", "peers", "neither"});
 }
