@@ -66,6 +66,7 @@ public:
     static int Hex2Int(const Char* s, int mostDigits, int& used);
 
 private:
+    friend struct CLayoutCheck; // Src/Layout.cpp
     enum StockElement
     {
         Empty = 0,
