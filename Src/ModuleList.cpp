@@ -12,6 +12,7 @@
 // name is looked for, and the lines around only where it stands. It is read through a buffer that
 // holds at least the text between two colons; why it is not mapped says ModuleFile.cpp.
 #include "ModuleFile.h"
+#include "ProcessorFeatures.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -196,9 +197,9 @@ private:
     }
     std::size_t SkipBlocks(const char* text, std::size_t from, std::size_t end) const
     {
-        if (__builtin_cpu_supports("avx2") != 0)
+        if (HasAvx2())
             return SkipAvx2(text, from, end);
-        if (__builtin_cpu_supports("sse2") != 0)
+        if (HasSse2())
             return SkipSse2(text, from, end);
         return SkipAny(text, from, end);
     }
