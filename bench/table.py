@@ -1,0 +1,158 @@
+#!/usr/bin/python3
+"""Makes a Markdown table of what the benchmarks measured.
+
+    table.py RESULTS [DOCUMENT]
+
+RESULTS is a folder with one file a program: NAME.json, as Google Benchmark writes it, or NAME.tsv,
+with lines of a row's name, a value and its unit. The table is printed; with a document it goes in
+there instead, between the two marker lines.
+
+A row's name is workload/contender. The contender "vornex" is the library, one that begins with
+"limit" is what nobody can be faster than, all others are peers. A program may say what a workload
+is in its context, under the workload's name. Medians are taken where a row was repeated.
+
+Rows with the counters "stack" or "heap", in bytes, give a row each for those. Rows with the counter
+"length" give, over all workloads that differ in what stands behind their last "_" only, the
+exponent k of time = c * length^k.
+"""
+
+import collections
+import glob
+import json
+import math
+import os
+import re
+import sys
+
+OURS = "vornex"
+BEGIN, END = "<!-- ./run bench writes from here", "<!-- to here -->"
+UNITS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
+OPTIONS = re.compile(r"/(iterations:\d+|repeats:\d+|min_time:[\d.]+|real_time)(?=/|$)")
+
+
+class Table:
+    def __init__(self):
+        self.rows = collections.OrderedDict()  # (program, workload) -> {contender: (value, unit)}
+
+    def add(self, program, workload, contender, value, unit):
+        if unit in UNITS:
+            value, unit = value * UNITS[unit], "ns"
+        self.rows.setdefault((program, workload), {})[contender] = (value, unit)
+
+    def add_google(self, program, results):
+        legend = results["context"]
+        growing = collections.OrderedDict()
+        for run in sorted(results["benchmarks"], key=lambda run: run["family_index"]):
+            if run.get("error_occurred") or run.get("aggregate_name", "median") != "median":
+                continue
+            name, contender = OPTIONS.sub("", run["run_name"]).rsplit("/", 1)
+            workload = legend.get(name, name)
+            if "/real_time" in run["run_name"]:
+                self.add(program, workload + ", wall time", contender, run["real_time"],
+                         run["time_unit"])
+                workload += ", processor time"
+            self.add(program, workload, contender, run["cpu_time"], run["time_unit"])
+            for counter in ("stack", "heap"):
+                if counter in run:
+                    self.add(program, f"{workload}: {counter}", contender, run[counter], "bytes")
+            if "length" in run:
+                family = growing.setdefault(name.rsplit("_", 1)[0], {})
+                family.setdefault(contender, []).append((run["length"], run["cpu_time"]))
+        for name, family in growing.items():
+            for contender, points in family.items():
+                if len(points) > 2:
+                    self.add(program, f"{legend.get(name, name)}: growth of time", contender,
+                             exponent(points), "exponent")
+
+    def add_lines(self, program, lines):
+        for line in lines:
+            name, value, unit = line.rstrip("\n").split("\t")
+            self.add(program, *name.rsplit("/", 1), float(value), unit)
+
+    def markdown(self):
+        yield "| workload | ours | peers, ours to theirs | limit, ours to it | command |"
+        yield "|---|---|---|---|---|"
+        for (program, workload), row in self.rows.items():
+            if OURS not in row:
+                continue
+            own = row.pop(OURS)
+            limits = [name for name in row if name.startswith("limit")]
+            cells = [workload.replace("|", "\\|"), text(own),
+                     compared(own, row, [name for name in row if name not in limits]),
+                     compared(own, row, limits), f"`./run bench {program}`"]
+            yield "| " + " | ".join(cells) + " |"
+
+
+def compared(own, row, names):
+    return ", ".join(f"{re.sub('^limit(: )?', '', name)} {text(row[name])}: {ratio(own, row[name])}"
+                     .lstrip().replace("|", "\\|") for name in names)
+
+
+def exponent(points):
+    """Fitted to all points by least squares."""
+    xs, ys = zip(*[(math.log(length), math.log(time)) for length, time in points])
+    count = len(points)
+    return ((count * sum(x * y for x, y in zip(xs, ys)) - sum(xs) * sum(ys)) /
+            (count * sum(x * x for x in xs) - sum(xs) ** 2))
+
+
+def text(measured):
+    value, unit = measured
+    if unit == "exponent":
+        return f"length^{value:.2f}"
+    if unit != "ns":
+        return f"{value:,.0f} {unit}"
+    for name in ("ns", "µs", "ms"):
+        if value < 999.5:
+            return f"{value:.3g} {name}"
+        value /= 1000
+    return f"{value:.3g} s"
+
+
+def ratio(own, other):
+    if own[1] == "exponent" or other[0] == 0:
+        return "-"
+    value = own[0] / other[0]
+    if value < 0.095:
+        return f"{value:.2g}"
+    return f"{value:.2f}" if value < 100 else f"{value:,.0f}"
+
+
+def machine(folder, context):
+    """What the figures are of."""
+    with open("/proc/cpuinfo", encoding="utf-8") as info:
+        model = re.search(r"^model name\s*: *(.*)", info.read(), re.M)
+    (settings,) = glob.glob(os.path.join(folder, "../CMakeFiles/*/CMakeCXXCompiler.cmake"))
+    with open(settings, encoding="utf-8") as lines:
+        compiler = dict(re.findall(r'set\(CMAKE_CXX_COMPILER_(ID|VERSION) "(.*)"\)', lines.read()))
+    return (f"Measured {context['date'][:10]} on {model.group(1) if model else 'x86'}, "
+            f"{context['num_cpus']} processors, load {context['load_avg'][0]:.1f} at the start; "
+            f"Linux {os.uname().release}; {compiler['ID']} {compiler['VERSION']}, release build.")
+
+
+def main(folder, document=None):
+    table, contexts = Table(), []
+    for path in sorted(glob.glob(os.path.join(folder, "*"))):
+        program, kind = os.path.splitext(os.path.basename(path))
+        with open(path, encoding="utf-8") as lines:
+            if kind == ".json":
+                results = json.load(lines)
+                contexts.append(results["context"])
+                table.add_google(program, results)
+            else:
+                table.add_lines(program, lines)
+    lines = list(table.markdown())
+    if document is None:
+        print("\n".join(lines))
+        return
+    contexts.sort(key=lambda context: context["date"])
+    with open(document, encoding="utf-8") as old:
+        before, rest = old.read().split(BEGIN)
+    marker, rest = rest.split("\n", 1)
+    after = rest.split(END, 1)[1]
+    with open(document, "w", encoding="utf-8") as new:
+        new.write("\n".join([before + BEGIN + marker, machine(folder, contexts[0]), "", *lines, "",
+                             END + after]))
+
+
+main(*sys.argv[1:])
