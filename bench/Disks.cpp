@@ -87,7 +87,9 @@ std::size_t Ours(const CDisk& disk)
 std::size_t ReadMountTable()
 {
     std::size_t count = 0;
-    FILE* const table = setmntent("/etc/mtab", "r");
+    FILE* table = setmntent("/etc/mtab", "r");
+    if (table == nullptr)
+        table = setmntent("/proc/mounts", "r");
     if (table == nullptr)
         return 0;
     while (getmntent(table) != nullptr)

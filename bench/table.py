@@ -84,8 +84,13 @@ class Table:
 
 
 def compared(own, row, names):
-    return ", ".join(f"{re.sub('^limit(: )?', '', name)} {text(row[name])}: {ratio(own, row[name])}"
-                     .lstrip().replace("|", "\\|") for name in names)
+    cells = []
+    for name in names:
+        cell = f"{re.sub('^limit(: )?', '', name)} {text(row[name])}".strip().replace("|", "\\|")
+        if own[1] != "exponent" and row[name][0] != 0:
+            cell += f": {ratio(own[0] / row[name][0])}"
+        cells.append(cell)
+    return ", ".join(cells)
 
 
 def exponent(points):
@@ -109,10 +114,7 @@ def text(measured):
     return f"{value:.3g} s"
 
 
-def ratio(own, other):
-    if own[1] == "exponent" or other[0] == 0:
-        return "-"
-    value = own[0] / other[0]
+def ratio(value):
     if value < 0.095:
         return f"{value:.2g}"
     return f"{value:.2f}" if value < 100 else f"{value:,.0f}"
