@@ -90,7 +90,7 @@ def compared(own, row, names):
         if own[1] != "exponent" and row[name][0] != 0:
             cell += f": {ratio(own[0] / row[name][0])}"
         cells.append(cell)
-    return ", ".join(cells)
+    return "; ".join(cells)
 
 
 def exponent(points):
