@@ -12,7 +12,6 @@
 // name is looked for, and the lines around only where it stands. It is read through a buffer that
 // holds at least the text between two colons; why it is not mapped says ModuleFile.cpp.
 #include "ModuleFile.h"
-#include "ProcessorFeatures.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -24,6 +23,8 @@
 
 #include <sys/utsname.h>
 #include <unistd.h>
+
+#include "Processor.h"
 
 namespace VornEx::Internals {
 

@@ -238,6 +238,7 @@ const bool g_Registered = [] {
         benchmark::RegisterBenchmark((std::string("mail of 2 KB/") + row.m_Name).c_str(), Run,
                                      row.m_Send, SinkPort)
             ->Iterations(Messages)
+            ->MeasureProcessCPUTime()
             ->UseRealTime();
     if (std::getenv("VORNEX_POSTFIX") != nullptr)
         for (const auto& row : {rows[0], rows[1]})
@@ -245,6 +246,7 @@ const bool g_Registered = [] {
                 (std::string("mail of 2 KB, STARTTLS/") + row.m_Name).c_str(), Run, row.m_Send,
                 Postfix)
                 ->Iterations(20)
+                ->MeasureProcessCPUTime()
                 ->UseRealTime();
     return true;
 }();

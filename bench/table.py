@@ -3,16 +3,16 @@
 
     table.py RESULTS [DOCUMENT]
 
-RESULTS is a folder with one file a program: NAME.json, as Google Benchmark writes it, or NAME.tsv,
-with lines of a row's name, a value and its unit. The table is printed; with a document it goes in
-there instead, between the two marker lines.
+RESULTS is a folder with one file a program, NAME.json, as Google Benchmark writes it. The table is
+printed; with a document it goes in there instead, between the two marker lines.
 
 A row's name is workload/contender. The contender "vornex" is the library, one that begins with
 "limit" is what nobody can be faster than, all others are peers. A program may say what a workload
 is in its context, under the workload's name. Medians are taken where a row was repeated.
 
-Rows with the counters "stack" or "heap", in bytes, give a row each for those. Rows with the counter
-"length" give, over all workloads that differ in what stands behind their last "_" only, the
+Processor time is shown; of rows that measure real time that, and of those that measure both, both.
+Rows with the counters "stack", "heap" (bytes) or "KiB" give a row each for those. Rows with the
+counter "length" give, over all workloads that differ in what stands behind their last "_" only, the
 exponent k of time = c * length^k.
 """
 
@@ -27,19 +27,16 @@ import sys
 OURS = "vornex"
 BEGIN, END = "<!-- ./run bench writes from here", "<!-- to here -->"
 UNITS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
-OPTIONS = re.compile(r"/(iterations:\d+|repeats:\d+|min_time:[\d.]+|real_time)(?=/|$)")
+OPTIONS = re.compile(r"/(iterations:\d+|repeats:\d+|min_time:[\d.]+|process_time|real_time)(?=/|$)")
+CLOCKS = {"real_time": "wall time", "process_time": "processor time"}
+MEMORY = {"stack": ("stack", "bytes"), "heap": ("heap", "bytes"), "KiB": ("peak memory", "KiB")}
 
 
 class Table:
     def __init__(self):
         self.rows = collections.OrderedDict()  # (program, workload) -> {contender: (value, unit)}
 
-    def add(self, program, workload, contender, value, unit):
-        if unit in UNITS:
-            value, unit = value * UNITS[unit], "ns"
-        self.rows.setdefault((program, workload), {})[contender] = (value, unit)
-
-    def add_google(self, program, results):
+    def add(self, program, results):
         legend = results["context"]
         growing = collections.OrderedDict()
         for run in sorted(results["benchmarks"], key=lambda run: run["family_index"]):
@@ -47,27 +44,25 @@ class Table:
                 continue
             name, contender = OPTIONS.sub("", run["run_name"]).rsplit("/", 1)
             workload = legend.get(name, name)
-            if "/real_time" in run["run_name"]:
-                self.add(program, workload + ", wall time", contender, run["real_time"],
-                         run["time_unit"])
-                workload += ", processor time"
-            self.add(program, workload, contender, run["cpu_time"], run["time_unit"])
-            for counter in ("stack", "heap"):
+            clocks = [clock for clock in CLOCKS if "/" + clock in run["run_name"]]
+            for clock in clocks or ["process_time"]:
+                time = run["real_time" if clock == "real_time" else "cpu_time"]
+                self.put(program, workload + (f", {CLOCKS[clock]}" if clocks else ""), contender,
+                         time * UNITS[run["time_unit"]], "ns")
+            for counter, (what, unit) in MEMORY.items():
                 if counter in run:
-                    self.add(program, f"{workload}: {counter}", contender, run[counter], "bytes")
+                    self.put(program, f"{workload}, {what}", contender, run[counter], unit)
             if "length" in run:
                 family = growing.setdefault(name.rsplit("_", 1)[0], {})
                 family.setdefault(contender, []).append((run["length"], run["cpu_time"]))
         for name, family in growing.items():
             for contender, points in family.items():
                 if len(points) > 2:
-                    self.add(program, f"{legend.get(name, name)}: growth of time", contender,
+                    self.put(program, f"{legend.get(name, name)}, growth of time", contender,
                              exponent(points), "exponent")
 
-    def add_lines(self, program, lines):
-        for line in lines:
-            name, value, unit = line.rstrip("\n").split("\t")
-            self.add(program, *name.rsplit("/", 1), float(value), unit)
+    def put(self, program, workload, contender, value, unit):
+        self.rows.setdefault((program, workload), {})[contender] = (value, unit)
 
     def markdown(self):
         yield "| workload | ours | peers, ours to theirs | limit, ours to it | command |"
@@ -134,15 +129,11 @@ def machine(folder, context):
 
 def main(folder, document=None):
     table, contexts = Table(), []
-    for path in sorted(glob.glob(os.path.join(folder, "*"))):
-        program, kind = os.path.splitext(os.path.basename(path))
+    for path in sorted(glob.glob(os.path.join(folder, "*.json"))):
         with open(path, encoding="utf-8") as lines:
-            if kind == ".json":
-                results = json.load(lines)
-                contexts.append(results["context"])
-                table.add_google(program, results)
-            else:
-                table.add_lines(program, lines)
+            results = json.load(lines)
+        contexts.append(results["context"])
+        table.add(os.path.basename(path)[:-len(".json")], results)
     lines = list(table.markdown())
     if document is None:
         print("\n".join(lines))
