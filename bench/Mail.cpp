@@ -23,7 +23,7 @@
 
 namespace {
 
-constexpr int Messages = 2000;
+constexpr int Messages = 1000;
 constexpr unsigned short PostfixPort = 2587;
 constexpr const char* From = "from@probe.test";
 constexpr const char* To = "to@probe.test";
