@@ -84,11 +84,11 @@ void AddEngine()
                             bomb.m_Pattern);
                 break;
             }
-            const auto run = [&bomb, text](benchmark::State& state) {
+            const auto run = [&bomb, text, length](benchmark::State& state) {
                 Engine engine(bomb.m_Pattern);
                 for (auto _ : state)
                     benchmark::DoNotOptimize(engine.Search(text));
-                state.counters["length"] = static_cast<double>(text.size());
+                state.counters["length"] = static_cast<double>(length);
             };
             // Some take seconds.
             benchmark::RegisterBenchmark((RowName(bomb, length) + "/" + Engine::Name).c_str(), run)
