@@ -32,6 +32,12 @@ constexpr std::size_t RoundedUp(std::size_t size, std::size_t alignment)
     return (size + alignment - 1) / alignment * alignment;
 }
 
+template <class Member>
+constexpr CField Field(std::size_t offset, std::size_t width)
+{
+    return {offset, sizeof(Member), alignof(Member), width};
+}
+
 // Whether the fields stand in that order from a place on, each where the one before it ends.
 constexpr bool StandInRow(std::size_t place, std::initializer_list<CField> fields)
 {
@@ -47,10 +53,7 @@ constexpr bool StandInRow(std::size_t place, std::initializer_list<CField> field
 } // namespace Vorn::Internals
 
 #define FIELD(Class, member, width)                                                                \
-    Vorn::Internals::CField                                                                        \
-    {                                                                                              \
-        offsetof(Class, member), sizeof(Class::member), alignof(decltype(Class::member)), width    \
-    }
+    Vorn::Internals::Field<decltype(Class::member)>(offsetof(Class, member), width)
 #define OBJECT(Class, member) FIELD(Class, member, 0)
 
 namespace Vorn::Internals {
@@ -109,7 +112,7 @@ struct CLayoutCheck
                   sizeof(CSystemLog_Lx) == 2 * sizeof(TString<64>));
 
     static_assert(StandInRow(0, {OBJECT(CStringTokenizer, m_Text),
-                                 FIELD(CStringTokenizer, m_Delimiters, 8 * 4),
+                                 FIELD(CStringTokenizer, m_Delimiters, 32),
                                  FIELD(CStringTokenizer, m_Position, 4)}));
 
     static_assert(StandInRow(0, {OBJECT(COSInfo_Lx, m_Vendor), OBJECT(COSInfo_Lx, m_Product),
@@ -118,7 +121,7 @@ struct CLayoutCheck
                                  OBJECT(COSInfo_Lx, m_ProcessorArchitecture),
                                  FIELD(COSInfo_Lx, m_KernelMajor, 4),
                                  FIELD(COSInfo_Lx, m_KernelMinor, 4)}) &&
-                  sizeof(COSInfo_Lx) == 6 * sizeof(Vorn::Strings::CStringVar) + 2 * 4);
+                  sizeof(COSInfo_Lx) == 6 * sizeof(Vorn::Strings::CStringVar) + 8);
 
     static_assert(StandInRow(0, {FIELD(ipart, bootIndicator, 1), FIELD(ipart, startChs, 3),
                                  FIELD(ipart, type, 1), FIELD(ipart, endChs, 3),
