@@ -35,6 +35,7 @@ constexpr std::size_t RoundedUp(std::size_t size, std::size_t alignment)
 template <class Member>
 constexpr CField Field(std::size_t offset, std::size_t width)
 {
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): of pointers too
     return {offset, sizeof(Member), alignof(Member), width};
 }
 
