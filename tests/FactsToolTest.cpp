@@ -5,6 +5,7 @@
 
 #include "ModuleFileTree.h"
 #include "RunProgram.h"
+#include "ScratchFolder.h"
 
 namespace {
 

@@ -16,6 +16,7 @@
 
 #include "ChangedRoot.h"
 #include "ModuleFileTree.h"
+#include "ScratchFolder.h"
 
 namespace {
 

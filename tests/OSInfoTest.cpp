@@ -131,7 +131,7 @@ TEST_F(OSInfo, RealMachines)
         {"ohai-debian-empty", "|Debian GNU/Linux|||"},
     };
     for (const auto& row : rows)
-        EXPECT_EQ(FactsIn(std::string(RELEASE_FILES "/") + row.m_Machine), row.m_Facts)
+        EXPECT_EQ(FactsIn(std::string(TEST_DATA "/release-files/") + row.m_Machine), row.m_Facts)
             << row.m_Machine;
 }
 

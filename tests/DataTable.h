@@ -1,0 +1,131 @@
+// Tables of test data: files below tests/data, a row a line, which a person reads and adds to.
+//
+// A line "== NAME" begins a group of rows. Columns stand apart by blanks. A column is a bare word
+// or stands in '...', both taken as they are, or in "...", with the escapes \n \r \t \f \v \a \e \0
+// \" \\ \xHH, and \{N TEXT} for N times the text. "#" where a column would begin starts a comment.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <limits>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+class CDataRow
+{
+public:
+    CDataRow(std::string place, const std::string& line) : m_Place(std::move(place))
+    {
+        for (std::size_t at = 0; (at = line.find_first_not_of(" \t", at)) != std::string::npos;) {
+            const char quote = line[at];
+            if (quote == '#')
+                return;
+            std::size_t end = line.find_first_of(" \t", at);
+            if (quote == '\'' || quote == '"') {
+                for (end = ++at; end < line.size() && line[end] != quote; ++end)
+                    end += quote == '"' && line[end] == '\\' ? 1 : 0;
+                if (end >= line.size())
+                    throw std::runtime_error(m_Place + ": a quotation is not closed");
+            }
+            const std::string column = line.substr(at, end - at);
+            m_Columns.push_back(quote == '"' ? Resolved(column) : column);
+            at = end == std::string::npos ? line.size() : end + 1;
+        }
+    }
+
+    std::size_t Size() const { return m_Columns.size(); }
+    const std::string& Place() const { return m_Place; } // "FILE:LINE"
+
+    const std::string& operator[](std::size_t column) const
+    {
+        if (column >= m_Columns.size())
+            throw std::runtime_error(m_Place + ": too few columns");
+        m_Used = std::max(m_Used, column + 1);
+        return m_Columns[column];
+    }
+
+    // A decimal or 0x number; of an unsigned type "-1" is its largest value.
+    template <class Value = int>
+    Value Number(std::size_t column) const
+    {
+        const std::string& text = (*this)[column];
+        std::size_t used = 0;
+        const bool negative = text.rfind('-', 0) == 0;
+        const Value value = static_cast<Value>(
+            negative ? static_cast<unsigned long long>(std::stoll(text, &used, 0))
+                     : std::stoull(text, &used, 0));
+        if (used != text.size())
+            throw std::runtime_error(m_Place + ": no number: " + text);
+        return value;
+    }
+
+    // The columns from one on.
+    std::vector<std::string> From(std::size_t column) const
+    {
+        m_Used = m_Columns.size();
+        return {m_Columns.begin() + static_cast<std::ptrdiff_t>(std::min(column, m_Used)),
+                m_Columns.end()};
+    }
+
+    bool IsUsedUp() const { return m_Used == m_Columns.size(); }
+
+private:
+    std::string Resolved(const std::string& text) const
+    {
+        static const std::string Letters = "nrtfvae0\"\\";
+        static const std::string Meanings("\n\r\t\f\v\a\033\0\"\\", 10);
+        std::string resolved;
+        for (std::size_t at = 0; at < text.size(); ++at) {
+            const char escape = text[at] == '\\' ? text.at(++at) : '\0';
+            const std::size_t letter = Letters.find(escape);
+            if (escape == '\0')
+                resolved += text[at];
+            else if (letter != std::string::npos)
+                resolved += Meanings[letter];
+            else if (escape == 'x') {
+                resolved += static_cast<char>(std::stoi(text.substr(at + 1, 2), nullptr, 16));
+                at += 2;
+            } else if (escape == '{') {
+                const std::size_t blank = text.find(' ', at);
+                const std::size_t end = text.find('}', blank);
+                const std::string part = Resolved(text.substr(blank + 1, end - blank - 1));
+                for (int left = std::stoi(text.substr(at + 1)); left > 0; --left)
+                    resolved += part;
+                at = end;
+            } else
+                throw std::runtime_error(m_Place + ": no such escape: \\" + escape);
+        }
+        return resolved;
+    }
+
+    std::string m_Place;
+    std::vector<std::string> m_Columns;
+    mutable std::size_t m_Used = 0;
+};
+
+// Calls the body with each row of a group of tests/data/FILE.txt; a failure in it names file and
+// line. A row must have the columns that the body asks for, and no others.
+template <class Body>
+void EachRow(const std::string& file, const std::string& group, Body body)
+{
+    std::ifstream lines(TEST_DATA "/" + file + ".txt");
+    std::size_t number = 0;
+    bool isWanted = false;
+    bool isEmpty = true;
+    for (std::string line; std::getline(lines, line);) {
+        const std::string place = file + ".txt:" + std::to_string(++number);
+        if (line.rfind("== ", 0) == 0)
+            isWanted = line.substr(3) == group;
+        const CDataRow row(place, isWanted && line.rfind("== ", 0) != 0 ? line : "");
+        if (row.Size() == 0)
+            continue;
+        SCOPED_TRACE(place + ": " + line.substr(0, 200));
+        isEmpty = false;
+        body(row);
+        EXPECT_TRUE(row.IsUsedUp() || testing::Test::IsSkipped()) << "too many columns";
+    }
+    EXPECT_FALSE(isEmpty) << "no rows of the group " << group << " in " << TEST_DATA << "/" << file
+                          << ".txt";
+}
