@@ -69,6 +69,15 @@ public:
                 m_Columns.end()};
     }
 
+    // The same, with a blank between them.
+    std::string Rest(std::size_t column) const
+    {
+        std::string rest;
+        for (const auto& word : From(column))
+            rest += (rest.empty() ? "" : " ") + word;
+        return rest;
+    }
+
     bool IsUsedUp() const { return m_Used == m_Columns.size(); }
 
 private:
