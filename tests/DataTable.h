@@ -3,6 +3,7 @@
 // A line "== NAME" begins a group of rows. Columns stand apart by blanks. A column is a bare word
 // or stands in '...', both taken as they are, or in "...", with the escapes \n \r \t \f \v \a \e \0
 // \" \\ \xHH, and \{N TEXT} for N times the text. "#" where a column would begin starts a comment.
+// A line that begins with a blank goes on with the row above it.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -18,11 +19,14 @@ class CDataRow
 public:
     CDataRow(std::string place, const std::string& line) : m_Place(std::move(place))
     {
-        for (std::size_t at = 0; (at = line.find_first_not_of(" \t", at)) != std::string::npos;) {
+        const char* const blanks = " \t\n";
+        for (std::size_t at = 0; (at = line.find_first_not_of(blanks, at)) != std::string::npos;) {
             const char quote = line[at];
-            if (quote == '#')
-                return;
-            std::size_t end = line.find_first_of(" \t", at);
+            std::size_t end = line.find_first_of(quote == '#' ? "\n" : blanks, at);
+            if (quote == '#') {
+                at = end;
+                continue;
+            }
             if (quote == '\'' || quote == '"') {
                 for (end = ++at; end < line.size() && line[end] != quote; ++end)
                     end += quote == '"' && line[end] == '\\' ? 1 : 0;
@@ -119,22 +123,43 @@ private:
 template <class Body>
 void EachRow(const std::string& file, const std::string& group, Body body)
 {
+    std::vector<std::pair<std::string, std::string>> rows; // places and texts
     std::ifstream lines(TEST_DATA "/" + file + ".txt");
     std::size_t number = 0;
     bool isWanted = false;
-    bool isEmpty = true;
     for (std::string line; std::getline(lines, line);) {
         const std::string place = file + ".txt:" + std::to_string(++number);
         if (line.rfind("== ", 0) == 0)
             isWanted = line.substr(3) == group;
-        const CDataRow row(place, isWanted && line.rfind("== ", 0) != 0 ? line : "");
-        if (row.Size() == 0)
-            continue;
-        SCOPED_TRACE(place + ": " + line.substr(0, 200));
-        isEmpty = false;
-        body(row);
-        EXPECT_TRUE(row.IsUsedUp() || testing::Test::IsSkipped()) << "too many columns";
+        else if (isWanted && line[0] == ' ' && !rows.empty())
+            rows.back().second += "\n" + line;
+        else if (isWanted && !line.empty() && line[0] != '#')
+            rows.emplace_back(place, line);
     }
-    EXPECT_FALSE(isEmpty) << "no rows of the group " << group << " in " << TEST_DATA << "/" << file
-                          << ".txt";
+    EXPECT_FALSE(rows.empty()) << "no group " << group << " in " << TEST_DATA << "/" << file;
+    for (const auto& [place, text] : rows) {
+        SCOPED_TRACE(place + ": " + text.substr(0, 200));
+        const CDataRow row(place, text);
+        body(row);
+        EXPECT_TRUE(row.IsUsedUp()) << "too many columns";
+    }
+}
+
+// The columns of a group, all of its rows one after the other.
+inline std::vector<std::string> Words(const std::string& file, const std::string& group)
+{
+    std::vector<std::string> words;
+    EachRow(file, group, [&words](const CDataRow& row) {
+        const auto more = row.From(0);
+        words.insert(words.end(), more.begin(), more.end());
+    });
+    return words;
+}
+
+// The text with another one, where it holds that, in its place.
+inline std::string Replaced(std::string text, const std::string& what, const std::string& by)
+{
+    for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += by.size())
+        text.replace(at, what.size(), by);
+    return text;
 }
