@@ -248,15 +248,12 @@ TEST(RealModules, AsModinfoSays)
     const std::string root = variable != nullptr ? variable : "";
     const std::string folder = root + "/lib/modules/";
     std::map<std::string, std::string> versions; // by path
-    std::string* current = nullptr;
     for (const auto& line :
-         OutputOf("find " + folder + " -name '*.ko' -print0 2>/dev/null | xargs -0r modinfo")) {
-        char value[4096] = "";
-        if (std::sscanf(line.c_str(), "filename: %4095s", value) == 1)
-            current = &versions[value];
-        else if (std::sscanf(line.c_str(), "version: %4095s", value) == 1 && current->empty())
-            *current = value;
-    }
+         OutputOf("find " + folder +
+                  " -name '*.ko' -print0 2>/dev/null | xargs -0r modinfo | awk '"
+                  "$1 == \"filename:\" { if (f) print f, v; f = $2; v = \"\" }"
+                  "$1 == \"version:\" && v == \"\" { v = $2 } END { if (f) print f, v }'"))
+        versions[line.substr(0, line.find(' '))] = line.substr(line.find(' ') + 1);
     if (versions.empty())
         GTEST_SKIP() << "no uncompressed modules in " << folder << ", or no modinfo";
 
