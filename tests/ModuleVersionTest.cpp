@@ -94,6 +94,8 @@ TEST_F(ModuleVersion, OddFiles)
     for (const auto& [at, value, width, version] : rows)
         EXPECT_EQ(VersionOf(CModuleImage(good).Number(at, value, width).m_Bytes), version) << at;
 
+    EXPECT_EQ(VersionOf(CModuleImage(false, Info).Number(4, 3, 1).m_Bytes), "") << "no class";
+
     // The first section of the name counts, and section 0 never.
     CModuleImage twice(true, Info.substr(12) + std::string("version=4\0", 10));
     twice.Section(1, 7, 64 + 14, 10);
