@@ -404,31 +404,31 @@ std::size_t Tokenize(const char* text, const char* delimiters)
     return count;
 }
 
-std::size_t Strsep(const char* text, const char* delimiters)
+// Counts the tokens of a copy of the text that the function cuts off one after the other.
+template <class NextToken>
+std::size_t CutUp(const char* text, NextToken next)
 {
     char copy[256];
     std::strcpy(copy, text);
     char* rest = copy;
     std::size_t count = 0;
-    while (char* token = strsep(&rest, delimiters)) {
+    while (char* token = next(rest)) {
         benchmark::DoNotOptimize(token);
         ++count;
     }
     return count;
 }
 
+std::size_t Strsep(const char* text, const char* delimiters)
+{
+    return CutUp(text, [delimiters](char*& rest) { return strsep(&rest, delimiters); });
+}
+
 std::size_t Strtok(const char* text, const char* delimiters)
 {
-    char copy[256];
-    std::strcpy(copy, text);
-    char* rest = nullptr;
-    std::size_t count = 0;
-    for (char* token = strtok_r(copy, delimiters, &rest); token != nullptr;
-         token = strtok_r(nullptr, delimiters, &rest)) {
-        benchmark::DoNotOptimize(token);
-        ++count;
-    }
-    return count;
+    return CutUp(text, [delimiters, first = true](char*& rest) mutable {
+        return strtok_r(std::exchange(first, false) ? rest : nullptr, delimiters, &rest);
+    });
 }
 
 std::size_t Copy(const char* text, const char* /*delimiters*/)
