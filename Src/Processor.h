@@ -7,7 +7,11 @@
 #pragma once
 
 #if __has_include(<sys/platform/x86.h>)
+#ifdef __clang__
+#define _Bool bool // the C word that the header uses, which clang does not know in C++
+#endif
 #include <sys/platform/x86.h>
+#undef _Bool
 #define VORNEX_PROCESSOR_HAS(theirs, compilers) CPU_FEATURE_ACTIVE(theirs)
 #else
 #define VORNEX_PROCESSOR_HAS(theirs, compilers) (__builtin_cpu_supports(compilers) != 0)

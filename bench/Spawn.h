@@ -3,7 +3,6 @@
 #pragma once
 
 #include <algorithm>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -13,8 +12,6 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include "RatioReporter.h"
 
 namespace Bench {
 
@@ -43,35 +40,22 @@ inline bool Run(const Command& command, long& peak)
     return started && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-// A row "workload/engine" whose iterations run the commands one after the other.
-inline void AddCommands(const std::string& row, const std::vector<Command>& commands)
+// A row "workload/contender" whose iterations run the commands one after the other, with the peak
+// memory of the largest where that is asked for.
+inline void AddCommands(const std::string& row, const std::vector<Command>& commands,
+                        bool showsPeak)
 {
-    benchmark::RegisterBenchmark(row.c_str(),
-                                 [commands](benchmark::State& state) {
-                                     long peak = 0;
-                                     for (auto _ : state)
-                                         for (const auto& command : commands)
-                                             if (!Run(command, peak)) {
-                                                 state.SkipWithError(
-                                                     (command.front() + " failed").c_str());
-                                                 return;
-                                             }
-                                     state.counters["KiB"] = static_cast<double>(peak);
-                                 })
-        ->UseRealTime()
-        ->Unit(benchmark::kMillisecond);
-}
-
-// What a main has to do when its rows are added; the ratios of one workload come last.
-inline int RunCommands(int count, char** words, CRatioReporter& reporter,
-                       const std::string& workload, const std::vector<std::string>& engines)
-{
-    benchmark::Initialize(&count, words);
-    if (benchmark::ReportUnrecognizedArguments(count, words))
-        return EXIT_FAILURE;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.PrintRatios({workload}, engines);
-    return EXIT_SUCCESS;
+    benchmark::RegisterBenchmark(row.c_str(), [=](benchmark::State& state) {
+        long peak = 0;
+        for (auto _ : state)
+            for (const auto& command : commands)
+                if (!Run(command, peak)) {
+                    state.SkipWithError((command.front() + " failed").c_str());
+                    return;
+                }
+        if (showsPeak)
+            state.counters["KiB"] = static_cast<double>(peak);
+    })->UseRealTime();
 }
 
 } // namespace Bench

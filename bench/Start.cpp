@@ -1,12 +1,14 @@
-// A program from its start to its end that prints one number: linked with libvornex, with
+// A program that prints one number, from its start to its end: linked with libvornex, with
 // libpcre2-8 and libblkid, and with neither. load-time.sh looks closer.
 #include "Spawn.h"
 
-int main(int count, char** words)
-{
-    Bench::AddCommands("start/vornex", {{START_VORNEX}});
-    Bench::AddCommands("start/peers", {{START_PEERS}});
-    Bench::AddCommands("start/neither", {{START_NEITHER}});
-    Bench::CRatioReporter reporter;
-    return Bench::RunCommands(count, words, reporter, "start", {"vornex", "peers", "neither"});
-}
+namespace {
+
+const bool g_Registered = [] {
+    Bench::AddCommands("start to end of a program/vornex", {{START_VORNEX}}, false);
+    Bench::AddCommands("start to end of a program/libpcre2-8 + libblkid", {{START_PEERS}}, false);
+    Bench::AddCommands("start to end of a program/limit: neither", {{START_NEITHER}}, false);
+    return true;
+}();
+
+} // namespace

@@ -40,12 +40,14 @@ for library in libvorn libvornex; do
         echo "$library: not in data.list: $objects"
         status=1
     fi
-    # What runs before main: the module objects of libvornex, and nothing of the compiler's that asks
-    # the processor (Src/Processor.h says why).
-    initialisers=$(nm -C "$folder/$library.so" | grep -o -e '_GLOBAL__sub_I_.*' -e __cpu_indicator_init || true)
-    [ $library = libvorn ] && expected= || expected=_GLOBAL__sub_I_Module.cpp
-    if [ "$initialisers" != "$expected" ]; then
-        echo "$library: static initialisers: ${initialisers:-none}"
+    # What runs before main: an entry of the compiler's own, and the module objects of libvornex.
+    width=$(readelf -h "$folder/$library.so.5" | awk '/Class:/ { print $2 == "ELF64" ? 8 : 4 }')
+    entries=$(($(readelf -SW "$folder/$library.so.5" |
+        sed -n 's/.* \.init_array *INIT_ARRAY *[^ ]* [^ ]* \([^ ]*\) .*/0x\1/p') / width))
+    [ $library = libvorn ] && expected=1 || expected=2
+    if [ "$entries" != "$expected" ]; then
+        echo "$library: $entries static initialisers where there are to be $expected:"
+        nm -C "$folder/$library.so.5" | grep -E '_GLOBAL__sub_I_|__cpu_indicator_init|frame_dummy$' || true
         status=1
     fi
 done

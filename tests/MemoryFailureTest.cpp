@@ -1,16 +1,13 @@
 // Memory that ends: every allocation of every service fails, alone and with all behind it.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <new>
 #include <thread>
-
-#include <dlfcn.h>
 
 #include <vorn/Trace.h>
 #include <vornex/Module.h>
 #include <vornex/Numbers.h>
 
+#include "FailingMemory.h"
 #include "Services.h"
 
 namespace {
@@ -19,7 +16,6 @@ bool g_Counting = false;
 long g_Allocations = 0;
 long g_FirstFailing = 0; // 0: none
 long g_LastFailing = 0;
-long g_Live = 0; // blocks of operator new
 
 // Whether the next allocation is one of those that fail.
 bool Ends()
@@ -29,64 +25,6 @@ bool Ends()
     ++g_Allocations;
     return g_Allocations >= g_FirstFailing && g_Allocations <= g_LastFailing;
 }
-
-} // namespace
-
-// GCC takes the replaced pair for a mismatch where it inlines one half only.
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-
-// All forms, because a sanitizer's own would not come by here.
-void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept
-{
-    void* const memory = Ends() ? nullptr : std::malloc(size != 0 ? size : 1);
-    g_Live += memory != nullptr ? 1 : 0;
-    return memory;
-}
-void* operator new(std::size_t size)
-{
-    void* const memory = operator new(size, std::nothrow);
-    if (memory == nullptr)
-        throw std::bad_alloc();
-    return memory;
-}
-void* operator new[](std::size_t size)
-{
-    return operator new(size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept
-{
-    return operator new(size, tag);
-}
-void operator delete(void* memory) noexcept
-{
-    g_Live -= memory != nullptr ? 1 : 0;
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t /*size*/) noexcept
-{
-    operator delete(memory);
-}
-void operator delete[](void* memory) noexcept
-{
-    operator delete(memory);
-}
-void operator delete[](void* memory, std::size_t /*size*/) noexcept
-{
-    operator delete(memory);
-}
-
-// The regex engine's arrays. Where a sanitizer has a function of its own, that one has to be asked.
-extern "C" void* __interceptor_realloc(void* memory, std::size_t size) __attribute__((weak));
-extern "C" void* realloc(void* memory, std::size_t size) noexcept
-{
-    using Function = void*(void*, std::size_t);
-    static auto* const next = &__interceptor_realloc != nullptr
-                                  ? &__interceptor_realloc
-                                  : reinterpret_cast<Function*>(dlsym(RTLD_NEXT, "realloc"));
-    return Ends() ? nullptr : next(memory, size);
-}
-
-namespace {
 
 struct COutcome
 {
@@ -119,6 +57,7 @@ class MemoryFailure : public testing::TestWithParam<unsigned int>
 protected:
     void SetUp() override
     {
+        g_NewFails = Ends;
         Vorn::Internals::SetTraceSink([](const auto&) {});
         VornEx::VORN_MODULE_INFO_VornEx.m_TraceMask = GetParam();
     }
@@ -136,7 +75,7 @@ TEST_P(MemoryFailure, EveryAllocationOfEveryService)
     for (const CService& service : Services()) {
         SCOPED_TRACE(service.m_Name);
         Result(service); // what is made once is made
-        const long liveBefore = g_Live;
+        const long liveBefore = g_LiveBlocks;
         const COutcome whole = RunWith(service, 0, 0);
         const std::string name = service.m_Name;
         for (const bool alone : {true, false}) {
@@ -158,7 +97,8 @@ TEST_P(MemoryFailure, EveryAllocationOfEveryService)
                 EXPECT_EQ(Result(service), whole.m_Result) << "afterwards";
             }
         }
-        EXPECT_EQ(g_Live, liveBefore + (whole.m_Result.capacity() > 15 ? 1 : 0)) << "blocks kept";
+        EXPECT_EQ(g_LiveBlocks, liveBefore + (whole.m_Result.capacity() > 15 ? 1 : 0))
+            << "blocks kept";
     }
     EXPECT_GT(failures, 200) << "the failures do not arrive";
 }

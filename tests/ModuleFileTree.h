@@ -3,8 +3,6 @@
 
 #include <cstdint>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <string>
 
 // Sections: null, .text, .modinfo, .shstrtab; their headers stand at the end, as compilers put
@@ -76,26 +74,4 @@ private:
 
     bool m_Wide;
     std::size_t m_Table = 0;
-};
-
-inline void WriteFile(const std::string& path, const std::string& content)
-{
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-    std::ofstream(path, std::ios::binary) << content;
-}
-
-// A folder of the test's own, gone with the object.
-class CScratchFolder
-{
-public:
-    CScratchFolder()
-    {
-        char name[] = "/tmp/vornex-modules-XXXXXX";
-        m_Path = mkdtemp(name);
-    }
-    ~CScratchFolder() { std::filesystem::remove_all(m_Path); }
-    CScratchFolder(const CScratchFolder&) = delete;
-    CScratchFolder& operator=(const CScratchFolder&) = delete;
-
-    std::string m_Path;
 };

@@ -7,6 +7,7 @@
 
 #include <regex/AssertionElements.h>
 #include <regex/ClassElements.h>
+#include <regex/ElementMemory.h>
 #include <regex/GroupElements.h>
 #include <regex/PositionElements.h>
 #include <regex/RepeatElements.h>
@@ -66,6 +67,7 @@ public:
     static int Hex2Int(const Char* s, int mostDigits, int& used);
 
 private:
+    friend struct CLayoutCheck; // Src/Layout.cpp
     enum StockElement
     {
         Empty = 0,
@@ -143,8 +145,8 @@ private:
     static int CaseOff(int flags) { return (flags & IgnoreCase) != 0 ? 1 : 0; }
     static bool IsDigit(Char character) { return character >= '0' && character <= '9'; }
 
-    template <class Element>
-    Element* Keep(Element* element);
+    template <class Element, class... Arguments>
+    Element* Make(Arguments... arguments);
     void DeleteElements();
 
     ElxInterface* m_Top = nullptr;
@@ -152,7 +154,7 @@ private:
     int m_MaxGroup = 0;
     int m_NamedCount = 0;
     int m_TableSize = 0;
-    CBufferT<ElxInterface*> m_Objects;    // owns every element
+    CBufferT<ElxInterface*> m_Objects;    // every element; null for one that could not be made
     CBufferT<ElxInterface*> m_GroupTable; // by group number, what a call enters
     CBufferT<CDelegateElxT<Char>*> m_Calls;
     CBufferT<CListElxT<0>*> m_NamedGroups; // in order of appearance; once bound, of their names
@@ -168,7 +170,10 @@ private:
     int m_Quoting = 0;
     int (*m_QuoteCase)(int) = nullptr;
     ElxInterface* m_Stock[StockElements] = {};
-    int m_Nesting = 0; // of groups and classes, while compiling
+    // The row of fields that Src/Layout.cpp fixes ends here.
+    CElementMemory m_Memory;  // where the elements are
+    CBufferT<Char> m_Literal; // the text of the string element that is being made
+    int m_Nesting = 0;        // of groups and classes, while compiling
     bool m_LeavesStale = false;
     bool m_LooksAtCaptures = false;
     CBufferT<CGreedyElxT<0>*> m_OpenRepetitions; // general ones without a maximum
