@@ -5,10 +5,11 @@
 //
 //     #define PCI_SYMBOLS(SYMBOL) SYMBOL(pci_system_init) SYMBOL(pci_device_next)
 //     struct CPciTable { PCI_SYMBOLS(VORNEX_LATE_MEMBER) };
-//     CLateLibrary<CPciTable> s_Pci(VORNEX_LIBPCIACCESS, [](const CLateSymbols& late, CPciTable&
-//     table) {
+//     bool Bind(const CLateSymbols& late, CPciTable& table)
+//     {
 //         return PCI_SYMBOLS(VORNEX_LATE_BIND) true;
-//     });
+//     }
+//     CLateLibrary<CPciTable> s_Pci(VORNEX_LIBPCIACCESS, Bind);
 //
 // Each is bound as the dynamic linker would bind it: to the program's own definition, where there
 // is one, and to what the program has loaded already. In a static libvornex the table holds what
