@@ -7,7 +7,9 @@
 //     struct CPciTable { PCI_SYMBOLS(VORNEX_LATE_MEMBER) };
 //     bool Bind(const CLateSymbols& late, CPciTable& table)
 //     {
-//         return PCI_SYMBOLS(VORNEX_LATE_BIND) true;
+//         bool isBound = true;
+//         PCI_SYMBOLS(VORNEX_LATE_BIND)
+//         return isBound;
 //     }
 //     CLateLibrary<CPciTable> s_Pci(VORNEX_LIBPCIACCESS, Bind);
 //
@@ -20,13 +22,15 @@
 #include <memory>
 #include <new>
 
+// NOLINTBEGIN(bugprone-macro-parentheses): declarations and statements
 #define VORNEX_LATE_MEMBER(name) decltype(&::name) name;
 
 #ifdef VORNEX_STATIC
-#define VORNEX_LATE_BIND(name) ((table.name = &::name) != nullptr)&&
+#define VORNEX_LATE_BIND(name) table.name = &::name;
 #else
-#define VORNEX_LATE_BIND(name) late.Bind(#name, table.name)&&
+#define VORNEX_LATE_BIND(name) isBound = late.Bind(#name, table.name) && isBound;
 #endif
+// NOLINTEND(bugprone-macro-parentheses)
 
 namespace VornEx::Internals {
 

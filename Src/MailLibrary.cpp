@@ -4,10 +4,14 @@ namespace VornEx::Internals {
 
 namespace {
 
-CLateLibrary<CMailLibrary> s_Library(VORNEX_LIBETPAN, []([[maybe_unused]] const CLateSymbols& late,
-                                                         CMailLibrary& table) {
-    return VORNEX_MAIL_SYMBOLS(VORNEX_LATE_BIND) true;
-});
+bool Bind([[maybe_unused]] const CLateSymbols& late, CMailLibrary& table)
+{
+    bool isBound = true;
+    VORNEX_MAIL_SYMBOLS(VORNEX_LATE_BIND)
+    return isBound;
+}
+
+CLateLibrary<CMailLibrary> s_Library(VORNEX_LIBETPAN, Bind);
 
 } // namespace
 

@@ -28,11 +28,14 @@ struct CPciLibrary
     PCI_SYMBOLS(VORNEX_LATE_MEMBER)
 };
 
-Internals::CLateLibrary<CPciLibrary>
-    s_Library(VORNEX_LIBPCIACCESS,
-              []([[maybe_unused]] const Internals::CLateSymbols& late, CPciLibrary& table) {
-                  return PCI_SYMBOLS(VORNEX_LATE_BIND) true;
-              });
+bool Bind([[maybe_unused]] const Internals::CLateSymbols& late, CPciLibrary& table)
+{
+    bool isBound = true;
+    PCI_SYMBOLS(VORNEX_LATE_BIND)
+    return isBound;
+}
+
+Internals::CLateLibrary<CPciLibrary> s_Library(VORNEX_LIBPCIACCESS, Bind);
 
 // libpciaccess while it is in use.
 class CPciAccess
