@@ -8,6 +8,7 @@
 #include <vornex/Numbers.h>
 
 #include "FailingMemory.h"
+#include "ScratchFolder.h"
 #include "Services.h"
 
 namespace {
@@ -81,7 +82,7 @@ TEST_P(MemoryFailure, EveryAllocationOfEveryService)
         for (const bool alone : {true, false}) {
             for (long nth = 1; nth <= whole.m_Allocations; ++nth) {
                 SCOPED_TRACE(std::to_string(nth) + (alone ? " alone" : " and all behind"));
-                const int descriptors = OpenDescriptors();
+                const auto descriptors = OpenDescriptors();
                 {
                     const COutcome outcome = RunWith(service, nth, alone ? nth : All);
                     failures += outcome.m_Result == "no memory" ? 1 : 0;
