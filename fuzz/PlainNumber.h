@@ -1,7 +1,8 @@
-// The rules of strict number conversion, computed in 128 bits.
+// The rules of strict number conversion, computed in more bits than the result has.
 #pragma once
 
 #include <cctype>
+#include <cstdint>
 #include <cstring>
 #include <limits>
 #include <type_traits>
@@ -34,7 +35,11 @@ template <class Result>
 CPlainNumber<Result> PlainNumber(const char* text, int base)
 {
     using Limits = std::numeric_limits<Result>;
+#ifdef __SIZEOF_INT128__
     __extension__ using Wide = __int128;
+#else
+    using Wide = std::int64_t; // for results of 32 bits
+#endif
 
     if (base != 0 && (base < 2 || base > 36))
         return {EOutcome::NotANumber, 0};
@@ -52,7 +57,7 @@ CPlainNumber<Result> PlainNumber(const char* text, int base)
 
     if (DigitValue(*text) >= base)
         return {EOutcome::NotANumber, 0};
-    const Wide enough = Wide{1} << 70U;
+    const Wide enough = Wide{1} << (8 * sizeof(Result) + 6);
     Wide value = 0;
     for (; DigitValue(*text) < base; ++text)
         if (value < enough)

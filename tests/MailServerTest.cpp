@@ -1,39 +1,28 @@
 // Delivery through a real Postfix (with-postfix.sh): each way to connect and to log in, and
 // messages read back from the mailbox.
-#include <gtest/gtest.h>
-
 #include <chrono>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <iterator>
 #include <thread>
 
 #include <vornex/Smtp.h>
 
+#include "DataTable.h"
+#include "ScratchFolder.h"
+
 namespace {
 
-std::filesystem::path Folder()
-{
-    return std::getenv("VORNEX_POSTFIX");
-}
-
-std::string Content(const std::filesystem::path& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
+const std::string Folder = std::getenv("VORNEX_POSTFIX");
 
 // The text that look gives as soon as there is some; empty after ten seconds.
-std::string WaitFor(const std::function<std::string()>& look)
+template <class Look>
+std::string WaitFor(Look look)
 {
-    for (int tries = 0; tries < 500; ++tries) {
-        const std::string text = look();
-        if (!text.empty())
-            return text;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    std::string text;
+    for (int tries = 0; text.empty() && tries < 500; ++tries) {
+        text = look();
+        if (text.empty())
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
-    return {};
+    return text;
 }
 
 // The message in the mailbox that has this subject.
@@ -42,8 +31,8 @@ std::string Arrived(const std::string& subject)
     return WaitFor([&subject]() -> std::string {
         std::error_code error;
         for (const auto& file :
-             std::filesystem::directory_iterator(Folder() / "mail/inbox/new", error)) {
-            std::string text = Content(file.path());
+             std::filesystem::directory_iterator(Folder + "/mail/inbox/new", error)) {
+            std::string text = FileContent(file.path());
             if (text.find("\nSubject: " + subject + "\n") != std::string::npos)
                 return text;
         }
@@ -61,58 +50,33 @@ void Fill(VornEx::CSmtp& mail, unsigned short port, const std::string& subject)
 
 TEST(MailServer, WaysToConnectAndLogIn)
 {
-    struct
-    {
-        const char* m_Name;
-        unsigned short m_Port;
-        const char* m_Password; // null: no user
-        int m_Error;
-        std::string m_Protocol; // as the Received line has it
-        std::string m_Log;
-    } const rows[] = {
-        {"plain", 2525, nullptr, 0, "ESMTP", ""},
-        {"user without AUTH", 2525, "secret", 0, "ESMTP", ""},
-        {"STARTTLS", 2587, nullptr, 0, "ESMTPS", ""},
-        {"STARTTLS, best mechanism", 2587, "secret", 0, "ESMTPSA", "sasl_method=DIGEST-MD5"},
-        {"TLS", 465, nullptr, 0, "ESMTPS", ""},
-        {"TLS, best mechanism", 465, "secret", 0, "ESMTPSA", "sasl_method=DIGEST-MD5"},
-        {"PLAIN", 2601, "secret", 0, "ESMTPA", "sasl_method=PLAIN"},
-        {"LOGIN", 2602, "secret", 0, "ESMTPA", "sasl_method=LOGIN"},
-        {"CRAM-MD5", 2603, "secret", 0, "ESMTPA", "sasl_method=CRAM-MD5"},
-        {"DIGEST-MD5", 2604, "secret", 0, "ESMTPA", "sasl_method=DIGEST-MD5"},
-        {"PLAIN, wrong", 2601, "wrong", 17, "", "SASL PLAIN authentication failed"},
-        {"LOGIN, wrong", 2602, "wrong", 17, "", "SASL LOGIN authentication failed"},
-        {"CRAM-MD5, wrong", 2603, "wrong", 17, "", "SASL CRAM-MD5 authentication failed"},
-        {"DIGEST-MD5, wrong", 2604, "", 17, "", "SASL DIGEST-MD5 authentication failed"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.m_Name);
-        const std::size_t logged = Content(Folder() / "maillog").size();
+    EachRow("mail-server", "ways", [](const CDataRow& row) {
+        const std::size_t logged = FileContent(Folder + "/maillog").size();
+        const int error = row.Number(3);
         VornEx::CSmtp mail;
-        Fill(mail, row.m_Port, row.m_Name);
-        if (row.m_Password != nullptr) {
+        Fill(mail, row.Number<unsigned short>(1), row[0]);
+        if (row[2] != "NULL") {
             mail.SetUserName("tester");
-            mail.SetPassword(row.m_Password);
+            mail.SetPassword(row[2]);
         }
         mail.SetMessageBody("body");
-        EXPECT_EQ(mail.Send(), row.m_Error == 0);
-        EXPECT_EQ(mail.GetLastError(), row.m_Error);
-        if (row.m_Error == 0) {
-            EXPECT_NE(Arrived(row.m_Name).find(" with " + row.m_Protocol + " id "),
-                      std::string::npos);
+        EXPECT_EQ(mail.Send(), error == 0);
+        EXPECT_EQ(mail.GetLastError(), error);
+        const std::string protocol = " with " + row[4] + " id ";
+        if (error == 0) {
+            EXPECT_NE(Arrived(row[0]).find(protocol), std::string::npos);
         }
         // The server takes mail without a login too: only its log tells of one.
+        const char* const last = error == 0 ? ": client=" : ": disconnect from";
         const std::string log = WaitFor([&]() -> std::string {
-            const std::string news = Content(Folder() / "maillog").substr(logged);
-            const bool done = news.find(row.m_Error == 0 ? ": client=" : ": disconnect from") !=
-                              std::string::npos;
-            return done ? news : "";
+            const std::string news = FileContent(Folder + "/maillog").substr(logged);
+            return news.find(last) != std::string::npos ? news : "";
         });
-        EXPECT_NE(log.find(row.m_Log), std::string::npos) << log;
-        if (row.m_Log.empty()) {
+        EXPECT_NE(log.find(row[5]), std::string::npos) << log;
+        if (row[5].empty()) {
             EXPECT_EQ(log.find("sasl_"), std::string::npos) << log;
         }
-    }
+    });
 }
 
 // A mailbox has LF for every line end; the library adds one, libetpan another one.

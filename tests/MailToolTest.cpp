@@ -1,8 +1,4 @@
 // vornex mail and vornex report --mail-to: what leaves, what is refused, and what the user is told.
-#include <gtest/gtest.h>
-
-#include <fstream>
-
 #include <nlohmann/json.hpp>
 
 #include "RunProgram.h"
@@ -12,126 +8,70 @@ namespace {
 
 using CWords = std::vector<std::string>;
 
-CRun Mail(CWords extra, const std::string& input = "text\n")
+// Runs "vornex mail" with a complete message, but for options that are given otherwise: the last
+// one of an option given twice would be an error of its own.
+CRun Mail(const CSmtpServer& server, const CWords& extra, const std::string& input = "text\n")
 {
-    CWords words = {"mail", "--from", "f@x", "--to", "a@x", "--subject", "S"};
-    words.insert(words.end(), extra.begin(), extra.end());
-    return RunProgram(words, input);
+    CWords words = {"mail"};
+    const CWords usual = {"--server", server.Place(), "--from",    "f@x",
+                          "--to",     "a@x",          "--subject", "S"};
+    for (std::size_t at = 0; at < usual.size(); at += 2)
+        if (extra.empty() || usual[at] != extra.front())
+            words = Joined(words, {usual[at], usual[at + 1]});
+    return RunProgram(Joined(words, extra), input);
 }
 
 TEST(MailTool, DeliversWithEverything)
 {
-    const std::string body = "/tmp/vornex-test-body-" + std::to_string(getpid());
-    std::ofstream(body) << "first\n.second";
+    const CScratchFolder folder;
+    const std::string body = folder.m_Path + "/body";
+    WriteFile(body, "first\n.second");
     CSmtpServer server(CAnswers{{"EHLO", "250-x\r\n250 AUTH PLAIN\r\n"}});
-    const std::string place = "127.0.0.1:" + std::to_string(server.Port());
-    const CRun run = Mail({"--server", place, "--from-name", "Agent", "--cc", "c@x; d@x", "--bcc",
-                           "b@x", "--reply-to", "r@x", "--priority", "low", "--user", "u",
-                           "--password-file", "-", body},
+    const CRun run = Mail(server,
+                          {"--from-name", "Agent", "--cc", "c@x; d@x", "--bcc", "b@x", "--reply-to",
+                           "r@x", "--priority", "low", "--user", "u", "--password-file", "-", body},
                           "p w\r\nnot this\n");
-    unlink(body.c_str());
     EXPECT_EQ(run.m_Err, "");
     EXPECT_EQ(run.m_Status, 0);
-    EXPECT_EQ(run.m_Out,
-              "Delivered to " + place + " for 4 recipients, not encrypted, logged in as u\n");
+    EXPECT_EQ(run.m_Out, "Delivered to " + server.Place() +
+                             " for 4 recipients, not encrypted, logged in as u\n");
     const std::string seen = server.Seen();
     for (const char* const part :
          {"AUTH PLAIN dQB1AHAgdw==\n", "RCPT TO:<d@x>\nRCPT TO:<b@x>\n", "From: Agent <f@x>\r\n",
           "X-Mailer: vornex\r\nReply-To: r@x\r\nX-Priority: 4 (Low)\r\nTo: <a@x>\r\nCc: <c@x>\r\n",
           "Subject: S\r\n", "\r\n\r\nfirst\r\n..second\r\n"})
         EXPECT_NE(seen.find(part), std::string::npos) << part << seen;
-    EXPECT_EQ(run.m_Out.find("p w"), std::string::npos);
 }
 
 TEST(MailTool, SaysWhichStepFailed)
 {
-    struct
-    {
-        CAnswers m_Answers;
-        CWords m_Extra;
-        std::string m_Err;
-    } const rows[] = {
-        {{{"", "554 no\r\n"}},
-         {},
-         "cannot connect to 127.0.0.1:PORT: the server is not available (2)"},
-        {{{"EHLO", "{close}"}},
-         {},
-         "cannot agree with the server 127.0.0.1:PORT on a greeting: the "
-         "connection was lost, or no answer came in time (3)"},
-        {{{"EHLO", "250-x\r\n250 AUTH LOGIN PLAIN\r\n"}, {"AUTH", "535 no\r\n"}},
-         {"--user", "me"},
-         "cannot log in as me: user name or password is wrong (17)"},
-        {{{"MAIL", "553 no\r\n"}},
-         {},
-         "cannot name the sender f@x: the server does not allow the address (11)"},
-        {{{"RCPT 2", "550 no\r\n"}},
-         {"--cc", "c@x"},
-         "cannot name the recipient c@x: the mailbox is not available (10)"},
-        {{{"DATA", "554 no\r\n"}},
-         {},
-         "cannot begin the message: the server refused the message (14)"},
-        {{{".", "552 no\r\n"}},
-         {},
-         "cannot hand over the message: it is more than the server stores (7)"},
-    };
-    for (const auto& row : rows) {
-        CSmtpServer server(row.m_Answers);
-        const std::string port = std::to_string(server.Port());
-        CWords words = {"--server", "127.0.0.1:" + port};
-        words.insert(words.end(), row.m_Extra.begin(), row.m_Extra.end());
-        const CRun run = Mail(words);
-        std::string expected = "vornex: " + row.m_Err + "\n";
-        if (const std::size_t at = expected.find("PORT"); at != std::string::npos)
-            expected.replace(at, 4, port);
-        EXPECT_EQ(run.m_Err, expected);
+    EachRow("tool", "mail, failed", [](const CDataRow& row) {
+        CAnswers answers;
+        std::size_t at = 1;
+        for (; row[at] != "ARGUMENTS"; at += 2)
+            answers[row[at] == "GREETING" ? "" : row[at]] = row[at + 1];
+        CSmtpServer server(answers);
+        const CRun run = Mail(server, row.From(at + 1));
+        EXPECT_EQ(run.m_Err,
+                  "vornex: " + Replaced(row[0], "127.0.0.1:PORT", server.Place()) + "\n");
         EXPECT_EQ(run.m_Status, 1);
         EXPECT_EQ(run.m_Out, "");
         EXPECT_EQ(server.Seen().rfind("connected\n", 0), 0U);
-    }
+    });
 }
 
 TEST(MailTool, RefusesWhatMustNotGoOut)
 {
     CSmtpServer server({});
-    const std::string place = "127.0.0.1:" + std::to_string(server.Port());
-    struct
-    {
-        CWords m_Extra;
-        const char* m_Err;
-    } const rows[] = {
-        {{"--subject", "a\nBcc: x@y"}, "--subject: no line breaks"},
-        {{"--from-name", "a\rb"}, "--from-name: no line breaks"},
-        {{"--reply-to", "a\n"}, "--reply-to: no line breaks"},
-        {{"--to", "a@x>\r\nRCPT TO:<b@x"}, "--to: no line breaks"},
-        {{"--bcc", "a@x,,b@x"}, "--bcc: an address is empty"},
-        {{"--cc", "a@x; "}, "--cc: an address is empty"},
-        {{"--to", "Ann <a@x>"}, "--to: only the address"},
-        {{"--from", std::string(255, 'f')}, "--from: longer than 254 bytes"},
-        {{"--subject", std::string(1000, 's')}, "--subject: longer than"},
-        {{"--user", std::string(200, 'u')}, "too long for a mail server"},
-        {{"--password-file", "/dev/null"}, "--password-file without --user"},
-        {{"--user", "u", "--password-file", "-"}, "cannot both come from standard input"},
-        {{"--server", "127.0.0.1:65536"}, "the port must be 1 to 65535"},
-        {{"--server", ":25"}, "--server: no host"},
-        {{"--server", "[::1"}, "not HOST[:PORT]"},
-        {{"--priority", "urgent"}, "--priority"},
-    };
-    for (const auto& row : rows) {
-        // The last one of an option given twice would be an error of its own.
-        CWords words = {"mail"};
-        const CWords usual = {"--server", place, "--from", "f@x", "--to", "a@x", "--subject", "S"};
-        for (std::size_t at = 0; at < usual.size(); at += 2)
-            if (usual[at] != row.m_Extra.front())
-                words.insert(words.end(), {usual[at], usual[at + 1]});
-        words.insert(words.end(), row.m_Extra.begin(), row.m_Extra.end());
-        const CRun run = RunProgram(words, "text");
-        EXPECT_EQ(run.m_Status, 2) << row.m_Err;
-        EXPECT_NE(run.m_Err.find(row.m_Err), std::string::npos) << row.m_Err << "\n" << run.m_Err;
-    }
-    EXPECT_EQ(Mail({"--server", place, "/nonexistent"}).m_Status, 1);
+    EachRow("tool", "mail, refused", [&server](const CDataRow& row) {
+        const CRun run = Mail(server, row.From(1));
+        EXPECT_EQ(run.m_Status, 2);
+        EXPECT_NE(run.m_Err.find(row[0]), std::string::npos) << run.m_Err;
+    });
+    EXPECT_EQ(Mail(server, {"/nonexistent"}).m_Status, 1);
 
     // None of them has used up the one connection.
-    EXPECT_EQ(Mail({"--server", place}).m_Status, 0);
+    EXPECT_EQ(Mail(server, {}).m_Status, 0);
     EXPECT_EQ(server.Seen().find("Bcc"), std::string::npos);
 }
 
@@ -139,8 +79,8 @@ TEST(MailTool, ReportByMail)
 {
     EXPECT_EQ(RunProgram({"report", "--mail-to", "a@x"}).m_Status, 2);
     CSmtpServer server({});
-    const CRun run = RunProgram({"report", "--json", "--mail-to", "a@x", "--server",
-                                 "127.0.0.1:" + std::to_string(server.Port()), "--trace=0x10"});
+    const CRun run = RunProgram(
+        {"report", "--json", "--mail-to", "a@x", "--server", server.Place(), "--trace=0x10"});
     EXPECT_NE(run.m_Out.find("Delivered to"), std::string::npos);
     EXPECT_NE(run.m_Err.find("-> mailesmtp_rcpt TO (a@x)"), std::string::npos);
     EXPECT_EQ(run.m_Err.find("ENTER"), std::string::npos) << "a level that was not asked for";

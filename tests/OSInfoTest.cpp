@@ -1,29 +1,25 @@
 // Operating system identification: real and made release files in roots of their own, and whatever
 // the kernel may say.
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <memory>
+#include <optional>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/utsname.h>
-#include <unistd.h>
 
 #include <vorn/Threading.h>
 #include <vornex/OSInfo.h>
 
 #include "ChangedRoot.h"
+#include "DataTable.h"
+#include "ScratchFolder.h"
 
 namespace {
 
-const char* g_Machine = "x86_64"; // null: uname fails
-const char* g_Release = "6.1.0-37-amd64";
+std::string g_Machine = "x86_64"; // NULL: uname fails
+std::string g_Release = "6.1.0-37-amd64";
 
 const char* g_Refused = ""; // opening this path fails, once
 
@@ -33,9 +29,10 @@ extern "C" {
 
 int uname(utsname* system) noexcept
 {
-    std::strcpy(system->machine, g_Machine != nullptr ? g_Machine : "x86_64");
-    std::strcpy(system->release, g_Release);
-    return g_Machine != nullptr ? 0 : -1;
+    const bool fails = g_Machine == "NULL";
+    std::strcpy(system->machine, fails ? "x86_64" : g_Machine.c_str());
+    std::strcpy(system->release, g_Release.c_str());
+    return fails ? -1 : 0;
 }
 
 int open(const char* path, int flags, ...)
@@ -78,119 +75,39 @@ std::string Facts()
 
 constexpr const char* NoRoot = "the root cannot be changed here";
 
-// The facts that a process finds whose root is this folder.
-std::string FactsIn(const std::string& root)
-{
-    return InRoot(root, Facts).value_or(NoRoot);
-}
-
 class OSInfo : public testing::Test
 {
 protected:
     void SetUp() override
     {
-        char name[] = "/tmp/vornex-root-XXXXXX";
-        ASSERT_NE(mkdtemp(name), nullptr);
-        m_Root = name;
-        if (FactsIn(m_Root) == NoRoot)
+        if (FactsIn(m_Root.m_Path) == NoRoot)
             GTEST_SKIP() << NoRoot;
     }
-    void TearDown() override { std::filesystem::remove_all(m_Root); }
 
-    std::string Path(const char* file)
+    // The facts that a process finds whose root is this folder.
+    static std::string FactsIn(const std::string& root)
     {
-        const std::string path = m_Root + file;
-        std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-        return path;
+        return InRoot(root, Facts).value_or(NoRoot);
     }
-    void Write(const char* file, const std::string& text)
+    std::string Here() const { return FactsIn(m_Root.m_Path); }
+    void Write(const std::string& file, const std::string& text) const
     {
-        std::ofstream(Path(file), std::ios::binary) << text;
+        WriteFile(m_Root.m_Path + file, text);
     }
-    std::string m_Root;
+
+    const CScratchFolder m_Root;
 };
 
-TEST_F(OSInfo, RealMachines)
+TEST_F(OSInfo, RealMachinesBranchesAndQuirks)
 {
-    const struct
-    {
-        const char* m_Machine;
-        const char* m_Facts;
-    } rows[] = {
-        {"ohai-enterprise5.1", "Oracle Corporation|Enterprise Linux Server|5.1||"},
-        {"ohai-oracle6.0", "Oracle Corporation|Server|6.0||"}, // has a redhat-release too
-        {"facter-rhel5.10", "Red Hat, Inc.|Enterprise Linux Server|5.10||"},
-        {"distro-centos5", "|CentOS|5.11||"},
-        {"ohai-centos5.1", "Red Hat, Inc.||||"},   // nothing behind the version
-        {"facter-centos7.2", "Red Hat, Inc.||||"}, // "CentOS Linux release"
-        {"facter-xenserver", "Citrix Systems, Inc.|XenServer|5.6.0||"},
-        {"distro-sles12", "Novell, Inc.|SUSE LINUX Enterprise Server|12|1|"},
-        {"ohai-opensuse12.2", "Novell, Inc.||||"},
-        {"distro-debian10", "|Debian GNU/Linux|10.11||"},
-        {"distro-linuxmint17", "|Debian GNU/Linux|||"}, // "jessie/sid"
-        {"ohai-debian-empty", "|Debian GNU/Linux|||"},
-    };
-    for (const auto& row : rows)
-        EXPECT_EQ(FactsIn(std::string(TEST_DATA "/release-files/") + row.m_Machine), row.m_Facts)
-            << row.m_Machine;
-}
-
-TEST_F(OSInfo, BranchesAndQuirks)
-{
-    constexpr const char* VMware = "/proc/vmware/version";
-    constexpr const char* Oracle = "/etc/oracle-release";
-    constexpr const char* RedHat = "/etc/redhat-release";
-    constexpr const char* Suse = "/etc/SuSE-release";
-    constexpr const char* Debian = "/etc/debian_version";
-    constexpr const char* Turbo = "/etc/turbolinux-release";
-    constexpr const char* Asianux = "/etc/asianux-release";
-    const std::string sles = "SUSE LINUX Enterprise Server 10 (i586)\n";
-    const std::string endless(300, '1');
-    using namespace std::string_literals;
-    const struct
-    {
-        const char* m_File;
-        std::string m_Text;
-        std::string m_Facts;
-    } rows[] = {
-        {VMware, "VMware ESX Server 3.5.0 build-123\nvmkernel build: 153875, Intel\n",
-         "VMWare, Inc.|ESX Server|3.5.0||153875"},
-        {VMware, "\nvmware esx 4.1\r\nVMKERNEL BUILD: 26-0\nVMware ESX Server .2",
-         "VMWare, Inc.|ESX Server|4.1.2||26"},
-        {VMware, "VMware ESXi 5.0\n VMware ESX 5.0\n", "VMWare, Inc.||||"},
-        {VMware, "VMware ESX " + endless, "VMWare, Inc.|ESX|" + endless.substr(0, 244) + "||"},
-        {Oracle, "Red Hat Enterprise Linux AS release 4 (October Update 4)",
-         "Oracle Corporation|Enterprise Linux AS|4||"},
-        {Oracle, "Oracle VM server release 2.2.1\n", "Oracle Corporation|VM server|2.2.1||"},
-        {Oracle, "oracle linux server release 7.5\n", "Oracle Corporation||||"},
-        {RedHat, "Red Hat Enterprise Linux AS release 4 (Nahant Update 8)\n",
-         "Red Hat, Inc.|Enterprise Linux AS|4|8|"},
-        {RedHat, "Red Hat Linux release 9 (Shrike)\n", "Red Hat, Inc.|Linux|9||"},
-        {RedHat, "Red Hat Linux release 7.3\n", "Red Hat, Inc.||||"},
-        {RedHat, "XenServer release 5.6\n", "Red Hat, Inc.||||"},
-        {RedHat, "", "Red Hat, Inc.||||"},
-        {RedHat, "Red Hat\0 Linux release 9 (Shrike)\n"s, "Red Hat, Inc.||||"},
-        {RedHat, "Red Hat Linux release " + endless, "Red Hat, Inc.||||"},
-        {Suse, sles + "VERSION = 10.2\nPATCHLEVEL = 11\n",
-         "Novell, Inc.|SUSE LINUX Enterprise Server|10|1|"},
-        {Suse, sles + "version = x\npatchlevel = \n",
-         "Novell, Inc.|SUSE LINUX Enterprise Server|||"},
-        {Suse, sles + "VERSION = 9", "Novell, Inc.|SUSE LINUX Enterprise Server|9||"},
-        {Suse, sles + "PATCHLEVEL = 3\nVERSION = 10\n", "Novell, Inc.||||"},
-        {Suse, "\n" + sles + "VERSION = 10\n", "Novell, Inc.||||"},
-        {Debian, "5.0.4\n", "|Debian GNU/Linux|5.0||"},
-        {Debian, "testing\n12.1\n", "|Debian GNU/Linux|||"},
-        {Turbo, "Turbolinux Server 10.5 (X)\n", "Turbolinux, Inc.|Turbolinux Server|10.5||"},
-        {Turbo, "Turbolinux\n", "Turbolinux, Inc.||||"},
-        {Asianux, "Asianux Server 3 (Quartet SP2)\n", "Asianux Corporation|Asianux Server|3||"},
-        {Asianux, std::string(255, 'A') + " 4\n", "Asianux Corporation||||"},
-        {"/etc/os-release", "ID=debian\n", "||||"},
-    };
-    for (const auto& row : rows) {
-        std::filesystem::remove_all(m_Root);
-        Write(row.m_File, row.m_Text);
-        EXPECT_EQ(FactsIn(m_Root), row.m_Facts) << row.m_File << ": " << row.m_Text;
-    }
+    EachRow("os", "machines", [](const CDataRow& row) {
+        EXPECT_EQ(FactsIn(TEST_DATA "/release-files/" + row[0]), row[1]);
+    });
+    EachRow("os", "files", [this](const CDataRow& row) {
+        std::filesystem::remove_all(m_Root.m_Path);
+        Write(row[0], row[1]);
+        EXPECT_EQ(Here(), row[2]);
+    });
 }
 
 // The first source that opens decides, whatever it holds.
@@ -198,74 +115,50 @@ TEST_F(OSInfo, OrderOfSources)
 {
     Write("/etc/asianux-release", "Asianux 4");
     Write("/etc/turbolinux-release", "Turbolinux 10");
-    EXPECT_EQ(FactsIn(m_Root), "Turbolinux, Inc.|Turbolinux|10||");
+    EXPECT_EQ(Here(), "Turbolinux, Inc.|Turbolinux|10||");
     Write("/etc/debian_version", "9.1");
-    EXPECT_EQ(FactsIn(m_Root), "|Debian GNU/Linux|9.1||");
+    EXPECT_EQ(Here(), "|Debian GNU/Linux|9.1||");
     Write("/etc/SuSE-release", "openSUSE 11.4 (i586)\nVERSION = 11.4\nPATCHLEVEL = 2\n");
-    EXPECT_EQ(FactsIn(m_Root), "Novell, Inc.||||");
+    EXPECT_EQ(Here(), "Novell, Inc.||||");
     // openSUSE's own row is for a file that opens at the second try only.
     g_Refused = "/etc/SuSE-release";
-    EXPECT_EQ(FactsIn(m_Root), "Novell, Inc.|openSUSE|11|2|");
+    EXPECT_EQ(Here(), "Novell, Inc.|openSUSE|11|2|");
     g_Refused = "";
     // A link that leads nowhere does not exist, a socket does not open, a folder reads as empty.
-    ASSERT_EQ(symlink("nowhere", Path("/etc/redhat-release").c_str()), 0);
-    ASSERT_EQ(mknod(Path("/etc/enterprise-release").c_str(), S_IFSOCK | 0600, 0), 0);
-    EXPECT_EQ(FactsIn(m_Root), "Novell, Inc.||||");
+    std::filesystem::create_symlink("nowhere", m_Root.m_Path + "/etc/redhat-release");
+    ASSERT_EQ(mknod((m_Root.m_Path + "/etc/enterprise-release").c_str(), S_IFSOCK | 0600, 0), 0);
+    EXPECT_EQ(Here(), "Novell, Inc.||||");
     Write("/etc/oracle-release", "Oracle Linux Server release 6.0");
-    EXPECT_EQ(FactsIn(m_Root), "Oracle Corporation|Server|6.0||");
-    std::filesystem::create_directories(Path("/proc/vmware/version"));
-    EXPECT_EQ(FactsIn(m_Root), "VMWare, Inc.||||");
+    EXPECT_EQ(Here(), "Oracle Corporation|Server|6.0||");
+    std::filesystem::create_directories(m_Root.m_Path + "/proc/vmware/version");
+    EXPECT_EQ(Here(), "VMWare, Inc.||||");
 }
 
 TEST(OSInfoKernel, NumbersAndArchitecture)
 {
-    const struct
-    {
-        const char* m_Machine;
-        const char* m_Release;
-        const char* m_Architecture;
-        bool m_Known;
-        unsigned int m_Major, m_Minor;
-    } rows[] = {
-        {"x86_64", "3.10 custom", "x86-64", true, 3, 10},
-        {"i686", "2.6.32-220.el6.x86_64", "x86-32", false, 0, 0},
-        {"ia64", "2 6 x", "x86-32", false, 0, 0},
-        {"", "3.10", "x86-32", false, 0, 0},
-        {"x86_64 ", " 3.10 x", "x86-32", false, 0, 0},
-        {"x86_64", "2147483647.0 ", "x86-64", true, 2147483647, 0},
-        {"x86_64", "2147483648.7 x", "x86-64", true, 0, 7},
-        {nullptr, "3.10 custom", "", false, 0, 0},
-        {"x86_64", "5.99999999999999999999 x", "x86-64", true, 5, 0},
-        {"x86_64", "4294967296.4294967296 x", "x86-64", false, 0, 0},
-    };
-    for (const bool disabled : {false, true}) {
-        std::unique_ptr<Vorn::Threading::CThrowDisable> guard;
-        if (disabled)
-            guard = std::make_unique<Vorn::Threading::CThrowDisable>();
-        for (const auto& row : rows) {
-            SCOPED_TRACE(row.m_Release);
-            g_Machine = row.m_Machine;
-            g_Release = row.m_Release;
+    for (const bool disabled : {false, true})
+        EachRow("os", "kernel", [disabled](const CDataRow& row) {
+            std::optional<Vorn::Threading::CThrowDisable> guard;
+            if (disabled)
+                guard.emplace();
+            g_Machine = row[0];
+            g_Release = row[1];
             const COSInfo_Lx system;
             Vorn::Strings::CStringVar text(Vorn::Strings::CStringRef("from before"));
-            EXPECT_EQ(system.GetProcessorArchitecture(text), *row.m_Architecture != '\0');
-            EXPECT_STREQ(text.m_Text, row.m_Architecture);
+            EXPECT_EQ(system.GetProcessorArchitecture(text), !row[2].empty());
+            EXPECT_EQ(text.m_Text, row[2]);
+            const bool known = row.Size() > 3;
             unsigned int numbers[] = {77, 78};
-            EXPECT_EQ(system.GetKernelVersion(numbers[0], numbers[1]), row.m_Known);
-            EXPECT_EQ(numbers[0], row.m_Known ? row.m_Major : 77);
-            EXPECT_EQ(numbers[1], row.m_Known ? row.m_Minor : 78);
-        }
-    }
-}
+            EXPECT_EQ(system.GetKernelVersion(numbers[0], numbers[1]), known);
+            EXPECT_EQ(numbers[0], known ? row.Number<unsigned int>(3) : 77);
+            EXPECT_EQ(numbers[1], known ? row.Number<unsigned int>(4) : 78);
 
-TEST(OSInfoGetters, EditionIsEmptiedAndFeaturesAreNot)
-{
-    const COSInfo_Lx system;
-    Vorn::Strings::CStringVar text(Vorn::Strings::CStringRef("from before"));
-    EXPECT_FALSE(system.GetOSFeatures(text));
-    EXPECT_STREQ(text.m_Text, "from before");
-    EXPECT_FALSE(system.GetOSEdition(text));
-    EXPECT_STREQ(text.m_Text, "");
+            text = "from before";
+            EXPECT_FALSE(system.GetOSFeatures(text));
+            EXPECT_STREQ(text.m_Text, "from before");
+            EXPECT_FALSE(system.GetOSEdition(text));
+            EXPECT_STREQ(text.m_Text, "");
+        });
 }
 
 } // namespace

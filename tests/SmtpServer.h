@@ -74,6 +74,7 @@ public:
 
     // 0 when the port could not be had.
     unsigned short Port() const { return m_Port; }
+    std::string Place() const { return "127.0.0.1:" + std::to_string(m_Port); }
 
     // After the client: "connected", then each line as it came, the message without its dots.
     std::string Seen()

@@ -1,9 +1,7 @@
 // Strings: storage, capacity, aliasing, UTF-8.
-#include <gtest/gtest.h>
-
-#include <vector>
-
 #include <vorn/Strings.h>
+
+#include "DataTable.h"
 
 using namespace Vorn::Strings;
 
@@ -133,31 +131,12 @@ TEST(Strings, TextMayBeAPartOfTheStringItself)
 
 TEST(Strings, Utf8)
 {
-    struct
-    {
-        const char* m_Text;
-        int m_Length;
-        const char* m_Converted;
-    } const rows[] = {
-        {"", 0, ""},
-        {"plain", 5, "plain"},
-        {"gr\xC3\xBC\xC3\x9F", 4, "gr\xC3\xBC\xC3\x9F"},
-        {"\xF0\x9F\x98\x80", 1, "\xF0\x9F\x98\x80"},
-        {"caf\xE9", -1, "caf\xC3\xA9"},
-        {"\xC3", -1, "\xC3\x83"},                                     // cut short
-        {"\xC0\xAF", -1, "\xC3\x80\xC2\xAF"},                         // overlong
-        {"\xE0\x80\x80", -1, "\xC3\xA0\xC2\x80\xC2\x80"},             // overlong
-        {"\xED\xA0\x80", -1, "\xC3\xAD\xC2\xA0\xC2\x80"},             // surrogate
-        {"\xF4\x90\x80\x80", -1, "\xC3\xB4\xC2\x90\xC2\x80\xC2\x80"}, // above U+10FFFF
-        {"\xC3\xBC\xFF", -1, "\xC3\xBC\xC3\xBF"},                     // good ones stay
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.m_Text);
-        EXPECT_EQ(CSubStringRef(row.m_Text).UTF8Length(), row.m_Length);
+    EachRow("utf8", "texts", [](const CDataRow& row) {
+        EXPECT_EQ(CSubStringRef(row[0]).UTF8Length(), row.Number(1));
         TString<16> text;
-        text.CopyAsUTF8(row.m_Text);
-        EXPECT_EQ(Std(text), row.m_Converted);
-    }
+        text.CopyAsUTF8(row[0]);
+        EXPECT_EQ(Std(text), row[2]);
+    });
 }
 
 TEST(Strings, ViewsAndParts)

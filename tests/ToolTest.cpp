@@ -1,80 +1,58 @@
 // The program as its users meet it: output, standard error and exit status.
-#include <gtest/gtest.h>
-
 #include <nlohmann/json.hpp>
 
-#include <fcntl.h>
 #include <sys/utsname.h>
 
+#include "ModuleFileTree.h"
 #include "RunProgram.h"
 
 namespace {
 
-struct CUse
+// What a subcommand says in JSON.
+nlohmann::json JsonOf(const std::vector<std::string>& arguments, const std::string& input = "")
 {
-    std::vector<std::string> m_Arguments;
-    int m_Status;
-    std::string m_Out; // the whole output
-    std::string m_Err; // a part of standard error; empty: nothing may be there
-};
+    const CRun run = RunProgram(Joined(arguments, {"--json"}), input);
+    EXPECT_EQ(run.m_Err, "");
+    return nlohmann::json::parse(run.m_Out, nullptr, false);
+}
 
 TEST(Tool, OutputAndStatus)
 {
-    const CUse uses[] = {
-        {{"number", "42"}, 0, "42\n", ""},
-        {{"number", "-5"}, 0, "-5\n", ""},
-        {{"number", "--type", "u32", "--", "-1"}, 0, "4294967295\n", ""},
-        {{"number", "--base", "0", "0x1F"}, 0, "31\n", ""},
-        {{"number", "--type", "i32", "2147483648"}, 1, "", "in atoi32 (2147483648), Src/Str2Num"},
-        {{"number", "12a"}, 1, "", "(0x2005000A)\n  in atoi64 (12a)"},
-        {{"number", "--type", "i8", "1"}, 2, "", "--type"},
-        {{"number"}, 2, "", "TEXT"},
-        {{"error", "0x20050002"}, 0, "Invalid parameter\n", ""},
-        {{"error", "0x20050009"}, 0, "No information available for this error\n", ""},
-        {{"error", "zz"}, 2, "", "not an error code: zz"},
-        {{"time", "--rule", "3", "5", "0", "2024", "02:00"},
-         0,
-         "  Date              2024-03-31 02:00:00 UTC +0000\n",
-         ""},
-        {{"time", "--rule", "13", "5", "0", "2024"}, 2, "", "the month must be 1 to 12, not 13"},
-        {{"time", "--rule", "3", "5", "0", "2024", "0200"}, 2, "", "HH:MM"},
-        {{"cpu", "--trace=zz"}, 2, "", "not a mask"},
-        {{"bogus"}, 2, "", "no such command: bogus"},
-        {{}, 2, "", "subcommand"},
-    };
-    for (const auto& use : uses) {
-        std::string shown;
-        for (const auto& argument : use.m_Arguments)
-            shown += argument + " ";
-        SCOPED_TRACE(shown);
-        const CRun run = RunProgram(use.m_Arguments, "", {"TZ=UTC"});
-        EXPECT_EQ(run.m_Status, use.m_Status);
-        EXPECT_EQ(run.m_Out, use.m_Out);
-        if (use.m_Err.empty())
-            EXPECT_EQ(run.m_Err, "");
-        else
-            EXPECT_NE(run.m_Err.find(use.m_Err), std::string::npos) << run.m_Err;
-    }
+    EachRow("tool", "uses", [](const CDataRow& row) {
+        std::vector<std::string> arguments;
+        std::size_t at = 0;
+        while (row[at] != "->")
+            arguments.push_back(row[at++]);
+        const int status = row.Number(++at);
+        std::map<std::string, std::string> texts;
+        for (++at; at < row.Size(); at += 2)
+            texts[row[at]] = row[at + 1];
+        const CRun run = RunProgram(arguments, texts["IN"], {"TZ=UTC"});
+        EXPECT_EQ(run.m_Status, status);
+        EXPECT_EQ(run.m_Out, texts["OUT"]);
+        EXPECT_EQ(run.m_Err.empty(), texts["ERR"].empty()) << run.m_Err;
+        EXPECT_NE(run.m_Err.find(texts["ERR"]), std::string::npos) << run.m_Err;
+    });
 }
 
 // What a shell user types is what is logged; without the doubling this would read the stack.
 TEST(Tool, LogsTextAsTyped)
 {
-    const CRun run = RunProgram({"log", "-p", "error", "-n", "12", "100% of %s and %n"}, "",
-                                {"LD_PRELOAD=" SYSLOG_PRELOAD});
+    const std::vector<std::string> preload = {"LD_PRELOAD=" SYSLOG_PRELOAD};
+    const CRun run =
+        RunProgram({"log", "-p", "error", "-n", "12", "100% of %s and %n"}, "", preload);
     EXPECT_EQ(run.m_Status, 0);
     EXPECT_EQ(run.m_Err, "<3>[12][Error] 100% of %s and %n\n");
 
-    const CRun empty = RunProgram({"log", ""}, "", {"LD_PRELOAD=" SYSLOG_PRELOAD});
+    const CRun empty = RunProgram({"log", ""}, "", preload);
     EXPECT_EQ(empty.m_Status, 1);
     EXPECT_NE(empty.m_Err.find("Invalid parameter (0x20050002)"), std::string::npos);
 }
 
 TEST(Tool, ReportAgreesWithTheSystem)
 {
-    const CRun run = RunProgram({"report", "--json"});
-    const auto report = nlohmann::json::parse(run.m_Out, nullptr, false);
-    ASSERT_TRUE(report.is_object()) << run.m_Out << run.m_Err;
+    const auto report = JsonOf({"report"});
+    ASSERT_TRUE(report.is_object());
     char name[256] = "";
     ASSERT_EQ(gethostname(name, sizeof name), 0);
     EXPECT_EQ(report["host"]["name"], name);
@@ -96,6 +74,46 @@ TEST(Tool, TraceGoesToStandardError)
     const CRun run = RunProgram({"cpu", "--trace"});
     EXPECT_NE(run.m_Err.find("vornex 0x10 Src/Str2Num.cpp:84 processorInfo ()"), std::string::npos);
     EXPECT_EQ(RunProgram({"cpu", "--trace=0x2"}).m_Err, "");
+}
+
+TEST(Tool, ModulesAreShownThoughOneFails)
+{
+    const CScratchFolder folder;
+    const std::string path = folder.m_Path + "/module.ko";
+    WriteFile(path, CModuleImage(true, "version=7.3.21-k8\x1B[1m").m_Bytes);
+    const CRun run = RunProgram({"module", "no_such_module", path});
+    EXPECT_EQ(run.m_Status, 1);
+    EXPECT_EQ(run.m_Err, "vornex: no_such_module: no version found\n");
+    EXPECT_EQ(run.m_Out, "  " + path + "  7.3.21-k8?[1m\n"); // nothing acts on the terminal
+    EXPECT_EQ(JsonOf({"module", path})["modules"][0]["version"], "7.3.21-k8\x1B[1m");
+}
+
+TEST(Tool, PciListAndLookUpAgree)
+{
+    const auto devices = JsonOf({"pci"})["devices"];
+    EXPECT_EQ(JsonOf({"report"})["pci"], devices);
+    if (devices.empty())
+        GTEST_SKIP() << "no PCI devices here";
+    std::map<std::string, int> seen;
+    for (const auto& device : devices) {
+        const std::string id =
+            device["vendor"].get<std::string>() + ":" + device["device"].get<std::string>();
+        const CRun run = RunProgram({"pci", id, "-n", std::to_string(++seen[id])});
+        EXPECT_EQ(run.m_Out, device["address"].get<std::string>() + "\n") << id;
+    }
+}
+
+TEST(Tool, MatchesAndOrderAsJson)
+{
+    EXPECT_EQ(JsonOf({"compare", "1", "2"})["order"], "<");
+    EXPECT_EQ(JsonOf({"match", "--all", "(a)(b)?"}, "x\nab a\n"),
+              nlohmann::json::parse(R"({"matched": true, "lines": [{
+        "line": 2, "text": "ab a", "matches": [
+            {"groups": [{"begin": 0, "end": 2, "text": "ab"}, {"begin": 0, "end": 1, "text": "a"},
+                        {"begin": 1, "end": 2, "text": "b"}]},
+            {"groups": [{"begin": 3, "end": 4, "text": "a"}, {"begin": 3, "end": 4, "text": "a"},
+                        null]}]}]})"));
+    EXPECT_EQ(RunProgram({"match", "--json", "q"}, "x\n").m_Status, 1);
 }
 
 } // namespace

@@ -1,21 +1,19 @@
 // Utilities: bounded text, host name, sleeping, the processor, the speaker, the reboot command.
 // System calls are defined here, and the library resolves to them; port instructions are trapped.
-#include <gtest/gtest.h>
-
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <fstream>
-#include <vector>
 
 #include <cpuid.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <ucontext.h>
-#include <unistd.h>
 
 #include <vornex/Utilities.h>
+
+#include "DataTable.h"
+#include "ScratchFolder.h"
 
 namespace {
 
@@ -30,8 +28,7 @@ struct CSystem
     unsigned long m_DeniedPort; // ioperm fails for it
     int m_DeniedSwitch;         // ... when turned to this
     int m_SyncCalls;
-    int m_EventCount;
-    char m_Events[64][32];
+    char m_Events[4096]; // each with a blank before it
 };
 
 CSystem* const g_System = static_cast<CSystem*>(
@@ -39,16 +36,8 @@ CSystem* const g_System = static_cast<CSystem*>(
 
 void Record(const char* format, unsigned long a, unsigned long b = 0, unsigned long c = 0)
 {
-    if (g_System->m_EventCount < 64)
-        std::snprintf(g_System->m_Events[g_System->m_EventCount++], 32, format, a, b, c);
-}
-
-std::string Events()
-{
-    std::string all;
-    for (int index = 0; index < g_System->m_EventCount; ++index)
-        all += std::string(index != 0 ? " " : "") + g_System->m_Events[index];
-    return all;
+    const std::size_t length = std::strlen(g_System->m_Events);
+    std::snprintf(g_System->m_Events + length, sizeof g_System->m_Events - length, format, a, b, c);
 }
 
 } // namespace
@@ -69,7 +58,7 @@ int gethostname(char* name, size_t size) noexcept
 
 int nanosleep(const timespec* wanted, timespec* remaining)
 {
-    Record("sleep(%lu.%09lu)", static_cast<unsigned long>(wanted->tv_sec),
+    Record(" sleep(%lu.%09lu)", static_cast<unsigned long>(wanted->tv_sec),
            static_cast<unsigned long>(wanted->tv_nsec));
     if (g_System->m_Interruptions > 0) {
         --g_System->m_Interruptions;
@@ -83,7 +72,7 @@ int nanosleep(const timespec* wanted, timespec* remaining)
 
 int ioperm(unsigned long from, unsigned long count, int on) noexcept
 {
-    Record("ioperm(%lx,%lu,%lu)", from, count, static_cast<unsigned long>(on));
+    Record(" ioperm(%lx,%lu,%lu)", from, count, static_cast<unsigned long>(on));
     return from == g_System->m_DeniedPort && on == g_System->m_DeniedSwitch ? -1 : 0;
 }
 
@@ -116,34 +105,14 @@ int InChild(Body body)
 
 TEST_F(Utilities, BoundedCopyAndAppend)
 {
-    struct
-    {
-        bool m_Append;
-        const char* m_Before;
-        const char* m_Source;
-        unsigned int m_Size;
-        unsigned int m_Result;
-        const char* m_After; // the first 8 bytes; '#' is untouched
-    } const rows[] = {
-        {false, "########", "abc", 0, 3, "########"},
-        {false, "########", "abc", 1, 3, "\0#######"},
-        {false, "########", "abc", 3, 3, "ab\0#####"},
-        {false, "########", "abc", 4, 3, "abc\0####"},
-        {false, "########", "", 8, 0, "\0#######"},
-        {true, "ab\0#####", "cd", 8, 4, "abcd\0###"},
-        {true, "ab\0#####", "cdefgh", 5, 8, "abcd\0###"},
-        {true, "ab\0#####", "c", 3, 3, "ab\0#####"},
-        {true, "########", "abc", 8, 11, "########"}, // no terminator: nothing is written
-        {true, "########", "abc", 0, 3, "########"},
-    };
-    for (const auto& row : rows) {
+    EachRow("utilities", "bounded", [](const CDataRow& row) {
         char buffer[8];
-        std::memcpy(buffer, row.m_Before, sizeof buffer);
-        const auto call = row.m_Append ? VornEx::strlcat : VornEx::strlcpy;
-        EXPECT_EQ(call(buffer, row.m_Source, row.m_Size), row.m_Result);
-        EXPECT_EQ(std::memcmp(buffer, row.m_After, sizeof buffer), 0)
-            << row.m_Source << " into " << row.m_Size;
-    }
+        std::memcpy(buffer, row[1].data(), sizeof buffer);
+        const auto call = row[0] == "append" ? VornEx::strlcat : VornEx::strlcpy;
+        EXPECT_EQ(call(buffer, row[2].c_str(), row.Number<unsigned int>(3)),
+                  row.Number<unsigned int>(4));
+        EXPECT_EQ(std::string(buffer, sizeof buffer), row[5]);
+    });
 }
 
 TEST_F(Utilities, HostName)
@@ -167,11 +136,11 @@ TEST_F(Utilities, SleepGoesOnAfterSignals)
 {
     g_System->m_Interruptions = 2;
     VornEx::msleep(1500);
-    EXPECT_EQ(Events(), "sleep(1.500000000) sleep(0.250000000) sleep(0.250000000)");
+    EXPECT_STREQ(g_System->m_Events, " sleep(1.500000000) sleep(0.250000000) sleep(0.250000000)");
     SetUp();
     g_System->m_SleepError = EINVAL;
     VornEx::msleep(4294967295U);
-    EXPECT_EQ(Events(), "sleep(4294967.295000000)");
+    EXPECT_STREQ(g_System->m_Events, " sleep(4294967.295000000)");
 }
 
 TEST_F(Utilities, ProcessorIdentification)
@@ -186,11 +155,8 @@ TEST_F(Utilities, ProcessorIdentification)
         EXPECT_EQ(got[0], expected[0]) << leaf;
         EXPECT_EQ(got[1] & mask, expected[1] & mask) << leaf;
     }
-    std::string vendor;
-    std::ifstream info("/proc/cpuinfo");
-    for (std::string line; vendor.empty() && std::getline(info, line);)
-        if (line.rfind("vendor_id", 0) == 0)
-            vendor = line.substr(line.find(": ") + 2);
+    const std::string info = FileContent("/proc/cpuinfo");
+    const std::string vendor = info.substr(info.find(": ", info.find("vendor_id")) + 2, 12);
     unsigned int registers[4];
     VornEx::cpuID(0, registers);
     const unsigned int words[] = {registers[1], registers[3], registers[2]};
@@ -211,19 +177,9 @@ void StepOverPortAccess(int /*signal*/, siginfo_t* /*info*/, void* context)
 {
     auto& registers = static_cast<ucontext_t*>(context)->uc_mcontext.gregs;
 #if defined(__x86_64__)
-    enum
-    {
-        IP = REG_RIP,
-        AX = REG_RAX,
-        DX = REG_RDX
-    };
+    constexpr std::size_t IP = REG_RIP, AX = REG_RAX, DX = REG_RDX;
 #else
-    enum
-    {
-        IP = REG_EIP,
-        AX = REG_EAX,
-        DX = REG_EDX
-    };
+    constexpr std::size_t IP = REG_EIP, AX = REG_EAX, DX = REG_EDX;
 #endif
     const auto* const code = reinterpret_cast<const unsigned char*>(registers[IP]);
     const auto al = static_cast<unsigned long>(registers[AX]) & 0xFF;
@@ -231,11 +187,11 @@ void StepOverPortAccess(int /*signal*/, siginfo_t* /*info*/, void* context)
     switch (code[0]) {
     case 0xEE: // out dx, al
     case 0xE6: // out imm8, al
-        Record("out(%lx,%lx)", code[0] == 0xEE ? dx : code[1], al);
+        Record(" out(%lx,%lx)", code[0] == 0xEE ? dx : code[1], al);
         break;
     case 0xEC: // in al, dx
     case 0xE4: // in al, imm8
-        Record("in(%lx)", code[0] == 0xEC ? dx : code[1]);
+        Record(" in(%lx)", code[0] == 0xEC ? dx : code[1]);
         registers[AX] = (registers[AX] & ~0xFF) | 0xF4;
         break;
     default:
@@ -261,12 +217,8 @@ char BeepAndDisposition(unsigned int frequency, unsigned int duration)
         VornEx::beep(frequency, duration);
         char left = '\0';
         for (const int number : Quieted) {
-            struct sigaction now
-            {};
-            sigaction(number, nullptr, &now);
-            const char one = now.sa_handler == SIG_IGN   ? 'I'
-                             : now.sa_handler == SIG_DFL ? 'D'
-                                                         : '?';
+            const auto now = std::signal(number, SIG_DFL);
+            const char one = now == SIG_IGN ? 'I' : now == SIG_DFL ? 'D' : '?';
             left = left == '\0' || left == one ? one : '?';
         }
         return static_cast<int>(left);
@@ -276,10 +228,10 @@ char BeepAndDisposition(unsigned int frequency, unsigned int duration)
 TEST_F(Utilities, BeepProgramsTheSpeaker)
 {
     EXPECT_EQ(BeepAndDisposition(1000, 200), 'D');
-    EXPECT_EQ(Events(), "ioperm(61,32,1) ioperm(42,2,1) ioperm(43,2,1) "
-                        "in(61) out(61,f7) out(43,b6) out(42,a9) out(42,4) "
-                        "sleep(0.200000000) in(61) out(61,f4) "
-                        "ioperm(61,32,0) ioperm(42,2,0) ioperm(43,2,0)");
+    EXPECT_STREQ(g_System->m_Events, " ioperm(61,32,1) ioperm(42,2,1) ioperm(43,2,1) "
+                                     "in(61) out(61,f7) out(43,b6) out(42,a9) out(42,4) "
+                                     "sleep(0.200000000) in(61) out(61,f4) "
+                                     "ioperm(61,32,0) ioperm(42,2,0) ioperm(43,2,0)");
 }
 
 TEST_F(Utilities, BeepWithoutPermissionLeavesSignalsIgnored)
@@ -287,33 +239,30 @@ TEST_F(Utilities, BeepWithoutPermissionLeavesSignalsIgnored)
     g_System->m_DeniedPort = 0x61;
     g_System->m_DeniedSwitch = 1;
     EXPECT_EQ(BeepAndDisposition(1000, 200), 'I');
-    EXPECT_EQ(Events(), "ioperm(61,32,1)");
+    EXPECT_STREQ(g_System->m_Events, " ioperm(61,32,1)");
     SetUp();
     g_System->m_DeniedPort = 0x61; // granted, but not given back
     EXPECT_EQ(BeepAndDisposition(440, 1), 'I');
-    EXPECT_EQ(Events().substr(Events().rfind(' ') + 1), "ioperm(61,32,0)");
+    EXPECT_STREQ(std::strrchr(g_System->m_Events, ' '), " ioperm(61,32,0)");
 }
 
 TEST_F(Utilities, RebootRunsTheCommand)
 {
-    char folder[] = "/tmp/vornex-reboot-XXXXXX";
-    ASSERT_NE(mkdtemp(folder), nullptr);
-    const std::string command = std::string(folder) + "/reboot";
-    const std::string called = std::string(folder) + "/called";
-    std::ofstream(command) << "#!/bin/sh\n: > " << called << "\nexit 3\n";
+    const CScratchFolder folder;
+    const std::string command = folder.m_Path + "/reboot";
+    const std::string called = folder.m_Path + "/called";
+    WriteFile(command, "#!/bin/sh\n: > " + called + "\nexit 3\n");
     ASSERT_EQ(chmod(command.c_str(), 0700), 0);
     // The folder is all that PATH holds, so that no other reboot can be found.
     EXPECT_EQ(InChild([&] {
-                  if (setenv("PATH", folder, 1) != 0 || access(command.c_str(), X_OK) != 0)
+                  if (setenv("PATH", folder.m_Path.c_str(), 1) != 0 ||
+                      access(command.c_str(), X_OK) != 0)
                       return 98;
                   return WEXITSTATUS(VornEx::reboot());
               }),
               3);
-    EXPECT_EQ(access(called.c_str(), F_OK), 0);
+    EXPECT_TRUE(std::filesystem::exists(called));
     EXPECT_EQ(g_System->m_SyncCalls, 1);
-    unlink(called.c_str());
-    unlink(command.c_str());
-    rmdir(folder);
 }
 
 } // namespace

@@ -7,6 +7,7 @@
 
 #include <regex/AssertionElements.h>
 #include <regex/ClassElements.h>
+#include <regex/ElementMemory.h>
 #include <regex/GroupElements.h>
 #include <regex/PositionElements.h>
 #include <regex/RepeatElements.h>
@@ -143,8 +144,8 @@ private:
     static int CaseOff(int flags) { return (flags & IgnoreCase) != 0 ? 1 : 0; }
     static bool IsDigit(Char character) { return character >= '0' && character <= '9'; }
 
-    template <class Element>
-    Element* Keep(Element* element);
+    template <class Element, class... Arguments>
+    Element* Make(Arguments... arguments);
     void DeleteElements();
 
     ElxInterface* m_Top = nullptr;
@@ -152,12 +153,14 @@ private:
     int m_MaxGroup = 0;
     int m_NamedCount = 0;
     int m_TableSize = 0;
-    CBufferT<ElxInterface*> m_Objects;    // owns every element
+    CElementMemory m_Memory;              // where the elements are
+    CBufferT<ElxInterface*> m_Objects;    // every element; null for one that could not be made
     CBufferT<ElxInterface*> m_GroupTable; // by group number, what a call enters
     CBufferT<CDelegateElxT<Char>*> m_Calls;
     CBufferT<CListElxT<0>*> m_NamedGroups; // in order of appearance; once bound, of their names
     CBufferT<CBackrefElxT<Char>*> m_NamedBackrefs;
     CBufferT<CConditionElxT<Char>*> m_NamedConditions;
+    CBufferT<Char> m_Literal; // the text of the string element that is being made
     CBufferRefT<Char> m_Pattern;
     CToken m_Previous;
     CToken m_Current;

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <iterator>
-#include <memory>
+#include <new>
 #include <tuple>
 
 #include <regex/Builder.h>
@@ -13,20 +13,23 @@
 namespace Vorn::Regex {
 
 template <class Char>
-template <class Element>
-Element* CBuilderT<Char>::Keep(Element* element)
+template <class Element, class... Arguments>
+Element* CBuilderT<Char>::Make(Arguments... arguments)
 {
-    std::unique_ptr<Element> owner(element);
-    m_Objects.Push(element);
-    return owner.release();
+    m_Objects.Push(nullptr); // what is made is owned at once
+    auto* const element = new (m_Memory.Take(sizeof(Element))) Element(arguments...);
+    m_Objects.Top() = element;
+    return element;
 }
 
 template <class Char>
 void CBuilderT<Char>::DeleteElements()
 {
-    for (int i = 0; i < m_Objects.GetSize(); ++i)
-        delete m_Objects[i];
+    for (auto* const element : m_Objects)
+        if (element != nullptr) // else it could not be made
+            element->~ElxInterface();
     m_Objects.Restore(0);
+    m_Memory.Release();
 }
 
 template <class Char>
@@ -83,11 +86,11 @@ template <class Char>
 ElxInterface* CBuilderT<Char>::MakeStockElx(int index)
 {
     if (index == Empty)
-        return Keep(new CEmptyElxT<0>());
+        return Make<CEmptyElxT<0>>();
     const int backwards = index > Backwards ? 1 : 0;
     const int kind = index - (backwards != 0 ? Backwards : 0);
     const bool positive = kind == Word || kind == Space || kind == Digit;
-    auto* const range = Keep(new CRangeElxT<Char>(backwards, positive ? 1 : 0));
+    auto* const range = Make<CRangeElxT<Char>>(backwards, positive ? 1 : 0);
     switch (kind) {
     case Dot:
         range->AddCharacter('\n');
@@ -129,7 +132,7 @@ ElxInterface* CBuilderT<Char>::BuildAlternative(int flags)
     ElxInterface* const first = BuildList(flags);
     if (!Is(m_Current, '|'))
         return first;
-    auto* const alternative = Keep(new CAlternativeElxT<0>());
+    auto* const alternative = Make<CAlternativeElxT<0>>();
     const auto add = [alternative](ElxInterface* branch) {
         alternative->AddBranch(branch, Internals::FirstCharacterOf<Char>(branch));
     };
@@ -150,7 +153,7 @@ ElxInterface* CBuilderT<Char>::BuildList(int& flags)
     ElxInterface* const first = BuildRepeat(flags);
     if (ends())
         return first;
-    auto* const list = Keep(new CListElxT<0>(Backward(flags)));
+    auto* const list = Make<CListElxT<0>>(Backward(flags));
     list->m_Items.Push(first);
     while (!ends())
         list->m_Items.Push(BuildRepeat(flags));
@@ -175,11 +178,11 @@ ElxInterface* CBuilderT<Char>::BuildRepeat(int& flags)
     if (most == 0)
         return GetStockElx(Empty);
     if (least == most)
-        return Keep(new CRepeatElxT<0>(element, least));
+        return Make<CRepeatElxT<0>>(element, least);
     if (manner == '?')
-        return Keep(new CReluctantElxT<0>(element, least, most - least));
-    auto* const greedy = manner == '+' ? Keep(new CPossessiveElxT<0>(element, least, most - least))
-                                       : Keep(new CGreedyElxT<0>(element, least, most - least));
+        return Make<CReluctantElxT<0>>(element, least, most - least);
+    auto* const greedy = manner == '+' ? Make<CPossessiveElxT<0>>(element, least, most - least)
+                                       : Make<CGreedyElxT<0>>(element, least, most - least);
     if (greedy->IsGeneral()) {
         m_LeavesStale = true;
         if (most == INT_MAX)
@@ -239,22 +242,22 @@ ElxInterface* CBuilderT<Char>::BuildSimple(int& flags)
     const auto isQuantified = [this] {
         return Is(m_Next, '{') || Is(m_Next, '?') || Is(m_Next, '*') || Is(m_Next, '+');
     };
-    CBufferT<Char> text;
+    m_Literal.Restore(0);
     for (bool isLast = false; !isLast; MoveNext()) {
         if (m_Current.m_Special != 0) {
-            if (text.GetSize() > 0)
+            if (m_Literal.GetSize() > 0)
                 break;
             if (ElxInterface* const element = BuildSpecial(flags))
                 return element;
         }
         // A quantifier binds to the one character before it.
         isLast = isQuantified();
-        if (isLast && text.GetSize() > 0)
+        if (isLast && m_Literal.GetSize() > 0)
             break;
-        text.Push(m_Current.m_Char);
+        m_Literal.Push(m_Current.m_Char);
     }
-    return Keep(
-        new CStringElxT<Char>(text.GetBuffer(), text.GetSize(), Backward(flags), CaseOff(flags)));
+    return Make<CStringElxT<Char>>(m_Literal.GetBuffer(), m_Literal.GetSize(), Backward(flags),
+                                   CaseOff(flags));
 }
 
 // Null, with nothing consumed: the token is taken as its character.
@@ -322,11 +325,11 @@ ElxInterface* CBuilderT<Char>::BuildBoundary(int& flags)
     case 'G':
         if ((flags & Global) == 0)
             return GetStockElx(Empty);
-        return Keep(new CGlobalElxT<0>());
+        return Make<CGlobalElxT<0>>();
     default:
         break;
     }
-    return Keep(new CBoundaryElxT<Char>(kind, character != 'B' ? 1 : 0));
+    return Make<CBoundaryElxT<Char>>(kind, character != 'B' ? 1 : 0);
 }
 
 template <class Char>
@@ -375,7 +378,7 @@ ElxInterface* CBuilderT<Char>::BuildBracketClass(int& flags)
         positive = 0;
         MoveNext();
     }
-    auto* const range = Keep(new CRangeElxT<Char>(Backward(flags), positive));
+    auto* const range = Make<CRangeElxT<Char>>(Backward(flags), positive);
     while (!AtEnd() && !Is(m_Current, ']')) {
         const bool isClass = m_Current.m_Special != 0 && m_Current.m_Char != 0 &&
                              std::strchr(m_Nesting < MostNesting ? "dDsSwW[" : "dDsSwW",
@@ -421,7 +424,7 @@ ElxInterface* CBuilderT<Char>::BuildPosix(int flags)
     const int length = m_Current.m_Index - begin;
     if ((AtEnd() || Is(m_Current, ']')) && CPosixElxT<Char>::IsKnown(text, length)) {
         MoveNext();
-        return Keep(new CPosixElxT<Char>(text, length, Backward(flags)));
+        return Make<CPosixElxT<Char>>(text, length, Backward(flags));
     }
     scan() = before;
     return nullptr;
@@ -507,7 +510,7 @@ ElxInterface* CBuilderT<Char>::BuildBackref(int& flags)
 {
     const auto make = [this, flags](int number) {
         m_LooksAtCaptures = true;
-        return Keep(new CBackrefElxT<Char>(number, Backward(flags), CaseOff(flags)));
+        return Make<CBackrefElxT<Char>>(number, Backward(flags), CaseOff(flags));
     };
     if (IsDigit(m_Next.m_Char) && IsPlain(m_Next, m_Next.m_Char)) {
         MoveNext();
@@ -559,11 +562,11 @@ ElxInterface* CBuilderT<Char>::BuildRecursive(int& flags)
 template <class Char>
 ElxInterface* CBuilderT<Char>::BuildCapture(int flags, int number, const CBufferRefT<Char>* name)
 {
-    auto* const list = Keep(new CListElxT<0>(Backward(flags)));
+    auto* const list = Make<CListElxT<0>>(Backward(flags));
     if (name != nullptr)
         m_NamedGroups.Push(list);
     const auto makeEnd = [&](int closing) {
-        auto* const bracket = Keep(new CBracketElxT<Char>(number, closing));
+        auto* const bracket = Make<CBracketElxT<Char>>(number, closing);
         if (name != nullptr)
             bracket->m_Name = CBufferT<Char>(name->GetBuffer(), name->GetSize());
         return bracket;
@@ -588,7 +591,7 @@ ElxInterface* CBuilderT<Char>::BuildExtension(int& flags)
     case '>':
         MoveNext();
         m_LeavesStale = true;
-        return Keep(new CIndependentElxT<0>(BuildAlternative(flags)));
+        return Make<CIndependentElxT<0>>(BuildAlternative(flags));
     case '<':
         if (IsPlain(m_Next, '=') || IsPlain(m_Next, '!')) {
             MoveNext();
@@ -625,7 +628,7 @@ ElxInterface* CBuilderT<Char>::BuildAssertion(int flags)
     const int positive = m_Current.m_Char == '=' ? 1 : 0;
     MoveNext();
     m_LeavesStale = true;
-    return Keep(new CAssertElxT<0>(BuildAlternative(flags), positive));
+    return Make<CAssertElxT<0>>(BuildAlternative(flags), positive);
 }
 
 // A named group; the name begins at an index of the pattern. Numbered when all is read.
@@ -641,7 +644,7 @@ ElxInterface* CBuilderT<Char>::BuildNamed(int flags, int begin, Char terminator)
 template <class Char>
 ElxInterface* CBuilderT<Char>::BuildCall()
 {
-    auto* const call = Keep(new CDelegateElxT<Char>(0));
+    auto* const call = Make<CDelegateElxT<Char>>(0);
     m_LooksAtCaptures = true; // through groups that are entered while they are open
     m_Calls.Push(call);
     if (!IsPlain(m_Current, 'R')) {
@@ -662,7 +665,7 @@ ElxInterface* CBuilderT<Char>::BuildCall()
 template <class Char>
 ElxInterface* CBuilderT<Char>::BuildCondition(int& flags)
 {
-    auto* const condition = Keep(new CConditionElxT<Char>(-1));
+    auto* const condition = Make<CConditionElxT<Char>>(-1);
     m_LeavesStale = true;
     m_LooksAtCaptures = true;
     int inner = flags;
@@ -682,7 +685,7 @@ ElxInterface* CBuilderT<Char>::BuildCondition(int& flags)
             MoveNext();
             ++m_Nesting;
             condition->m_Condition =
-                Keep(new CAssertElxT<0>(BuildAlternative(inner & ~RightToLeft), 1));
+                Make<CAssertElxT<0>>(BuildAlternative(inner & ~RightToLeft), 1);
             --m_Nesting;
             condition->m_Name = CBufferT<Char>(text, m_Current.m_Index - begin);
             m_NamedConditions.Push(condition);

@@ -27,24 +27,25 @@ inline int MatchCharacter(CContext* context, int rightToLeft, Test test)
     return 1;
 }
 
-// As many characters in a row, up to most; returns how many.
+// As many characters in a row, up to most; returns how many. test(character).
 template <class Test>
 inline int MatchCharacters(CContext* context, int rightToLeft, int most, Test test)
 {
     const int at = context->currentPos;
     const int room = rightToLeft == 0 ? context->textLength - at : at;
     const int limit = most < room ? most : room;
-    int taken = 0;
+    const char* const from = context->text + at;
+    const char* to = from;
     if (rightToLeft == 0) {
-        while (taken < limit && test(at + taken))
-            ++taken;
-        context->currentPos = at + taken;
+        for (const char* const end = from + limit; to < end && test(*to);)
+            ++to;
     } else {
-        while (taken < limit && test(at - 1 - taken))
-            ++taken;
-        context->currentPos = at - taken;
+        for (const char* const end = from - limit; to > end && test(to[-1]);)
+            --to;
     }
-    return taken;
+    const auto moved = static_cast<int>(to - from);
+    context->currentPos = at + moved;
+    return rightToLeft == 0 ? moved : -moved;
 }
 
 // Undoes such matches.
@@ -108,10 +109,9 @@ public:
     {
         if (m_Look == ForTheOne)
             return RunToTheOne(context, most);
-        const Char* const text = context->text;
         if (m_Look == InTheSet)
             return Internals::MatchCharacters(context, m_RightToLeft, most,
-                                              [this, text](int at) { return InSet(text[at]); });
+                                              [this](Char character) { return InSet(character); });
         int taken = 0;
         while (taken < most && CRangeElxT::Match(context) != 0)
             ++taken;
@@ -146,8 +146,8 @@ private:
 
     bool InSet(Char character) const
     {
-        const auto byte = static_cast<unsigned char>(character);
-        return ((m_Set[byte / 32] >> (byte % 32)) & 1U) != 0;
+        const unsigned int byte = static_cast<unsigned char>(character);
+        return (m_Set[byte / 32] & (std::uint32_t{1} << (byte % 32))) != 0;
     }
 
     bool Looks(CContext* context, Char character) const;
@@ -272,9 +272,8 @@ public:
     // Matches as often in a row as it can, up to most times; returns how often.
     int MatchRun(CContext* context, int most) const
     {
-        const Char* const text = context->text;
         return Internals::MatchCharacters(context, m_RightToLeft, most,
-                                          [this, text](int at) { return Holds(text[at]); });
+                                          [this](Char character) { return Holds(character); });
     }
 
     // Undoes some matches in a row.

@@ -57,11 +57,13 @@ inline int UndoToMark(CContext* context)
 
 } // namespace Internals
 
-// The element as one of exactly that class; null when it is of another.
+// The element as one of exactly that class; null when it is of another. Classes are told apart by
+// the address of their type information, which the engine's own elements share: an element that a
+// host has made from its own copy of a class is not recognised, and matches the same, only slower.
 template <class Element>
 const Element* ExactlyAs(const ElxInterface* element)
 {
-    return typeid(*element) == typeid(Element) ? static_cast<const Element*>(element) : nullptr;
+    return &typeid(*element) == &typeid(Element) ? static_cast<const Element*>(element) : nullptr;
 }
 
 // Matches the empty string.

@@ -40,8 +40,8 @@ public:
         return 0;
     }
 
-    // Of the closing end, after its success: whether it closed the group, and did not only come
-    // back from a call of it; and closing it again, where the context stands now.
+    // Of the closing end, after its success or that of Enclose: whether it closed the group, and
+    // did not only come back from a call of it; and closing it again, where the context stands now.
     bool CanMove(const CContext* context) const
     {
         const int record = Record(context);
@@ -53,14 +53,16 @@ public:
     int m_Closing; // 0: the opening end, 1: the closing end
     CBufferT<Char> m_Name;
 
-    // Of the opening end: Match at a position; and what Match and MatchNext leave behind.
+    // Of the opening end: Match at a position, as it is, or at once with the closing end's Match
+    // where the context stands now; and what Match and MatchNext leave behind.
     int Open(CContext* context, int at) const;
+    int Enclose(CContext* context, int at) const;
     void Pass(CContext* context) const
     {
         if (m_Number < 0 || m_Number >= context->captureIndex.GetSize())
             return;
         const int newest = context->FindCapture(m_Number);
-        if (newest < 0 || context->captureStack[newest + CaptureEnd] != -1)
+        if (!IsOpen(context, newest))
             context->captureIndex[m_Number] = newest;
     }
 
@@ -70,6 +72,27 @@ private:
         return m_Number < 0 || m_Number >= context->captureIndex.GetSize()
                    ? -1
                    : context->FindCapture(m_Number);
+    }
+
+    int Newest(CContext* context) const
+    {
+        if (m_Number >= context->captureIndex.GetSize())
+            context->captureIndex.Prepare(m_Number + 1, -1);
+        return context->FindCapture(m_Number);
+    }
+
+    // Then a call has come back into the group while it is open.
+    static bool IsOpen(const CContext* context, int newest)
+    {
+        return newest >= 0 && context->captureStack[newest + CaptureEnd] == -1;
+    }
+
+    // newest: the record before, kept for the way back, so that no walk finds it again.
+    void AddRecord(CContext* context, int newest, int begin, int end, int order) const
+    {
+        context->stack.Push(newest);
+        context->captureIndex[m_Number] = context->captureStack.GetSize();
+        context->captureStack.Push(m_Number, begin, end, order);
     }
 
     int Close(CContext* context) const
@@ -90,6 +113,11 @@ private:
     {
         context->captureStack[record + CaptureEnd] = context->currentPos;
         context->captureStack[record + CaptureOrder] = context->closeCounter;
+        CountClosing(context);
+    }
+
+    static void CountClosing(CContext* context)
+    {
         if (context->closeCounter < INT_MAX)
             ++context->closeCounter;
     }
@@ -100,18 +128,24 @@ int CBracketElxT<Char>::Open(CContext* context, int at) const
 {
     if (m_Number < 0)
         return 0;
-    if (m_Number >= context->captureIndex.GetSize())
-        context->captureIndex.Prepare(m_Number + 1, -1);
-    const int newest = context->FindCapture(m_Number);
-    if (newest >= 0 && context->captureStack[newest + CaptureEnd] == -1) {
-        // A call has come back into the group while it is open.
+    const int newest = Newest(context);
+    if (IsOpen(context, newest))
         --context->captureStack[newest + CaptureOrder];
-        return 1;
+    else
+        AddRecord(context, newest, at, -1, 0);
+    return 1;
+}
+
+template <class Char>
+int CBracketElxT<Char>::Enclose(CContext* context, int at) const
+{
+    if (m_Number < 0)
+        return 0;
+    const int newest = Newest(context);
+    if (!IsOpen(context, newest)) {
+        AddRecord(context, newest, at, context->currentPos, context->closeCounter);
+        CountClosing(context);
     }
-    // Kept for the way back, so that no walk through the records finds it again.
-    context->stack.Push(newest);
-    context->captureIndex[m_Number] = context->captureStack.GetSize();
-    context->captureStack.Push(m_Number, at, -1, 0);
     return 1;
 }
 

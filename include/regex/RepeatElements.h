@@ -203,13 +203,26 @@ public:
     VORN_REGEX_APART int MatchVart(CContext* context) const { return TakeVart(context); }
 
     // Said by the builder, of an open-ended repetition in a pattern without back-references,
-    // conditions and calls: what an iteration can match depends on where it begins, and on nothing
-    // else. An extension then stops at a place that was offered before. Such a place was offered
-    // either because the element fails there, or would match the empty string for ever, or after
-    // every iteration that begins there had been tried: both depend on the place alone, so all ends
-    // that can be reached from there have been offered, and going on could only find them again. A
-    // way back to the repetition's own start is not missed: it is the first iteration's, which no
-    // extension repeats. Nested repetitions such as "(a*)*b" cost polynomial time by this.
+    // conditions and calls: what an iteration can match depends on where it begins and on nothing
+    // else, and it ends there or further on. From Match to its last MatchNext the repetition then
+    // offers each end once, and an extension stops at a place that was offered before. Results and
+    // captures stay what they are without it:
+    //
+    // - A place is offered once the element fails there or would match the empty string for ever,
+    //   or once all iterations that begin there have been tried with all that follows them. That
+    //   depends on the place alone: all ends that can be reached from it have been offered.
+    // - The exception is the way back to where the variable part began, which ends it without
+    //   offering that place. Only its first iteration can go that way, by being empty. No extension
+    //   stops instead of that: from a place that was offered the variable part has nothing new to
+    //   reach, from any other its first iteration is tried as ever; and a place that is left in
+    //   this manner is not marked.
+    // - An end that is retried has failed, whatever was captured on the way. What stands around the
+    //   repetition has only learned of more ends that fail, so that the same end behind another
+    //   fixed part would fail again. But a repetition around this one counts the empty iterations
+    //   that it sees. Where nothing at all was matched, the end is offered each time therefore.
+    //
+    // So nested repetitions such as "(a*)*b" and "(x+x+)+y" cost polynomial time: an iteration is
+    // begun once for each place, in each iteration of what stands around.
     void ExploreOnce() { m_ExploresOnce = true; }
 
     // Another way for it to match; 0 and undone when there is none.
@@ -230,14 +243,16 @@ protected:
     }
 
 private:
-    // The variable part's frame on the stack: these, then the set of the ends that were offered,
-    // then the iterations, behind each its start, then the distance of all this, by which the frame
-    // is found again. Nothing in it depends on where on the stack it lies: it moves when the set of
-    // a frame below grows.
+    // The frame on the stack: these, then the set of the ends that were offered, then the fixed
+    // part if it shares the frame, then the iterations, behind each its start, then the distance of
+    // all this, by which the frame is found again. Nothing in it depends on where on the stack it
+    // lies: it moves when the set of a frame below grows.
     enum Frame
     {
-        Start = 0,         // where the first iteration began
+        Origin = 0,        // where the frame was made; what the set's distances are from
+        Start,             // where the first iteration began
         Captures,          // size of captureStack there
+        Fixed,             // stack elements of the fixed part in the frame
         Count,             // iterations taken
         Words,             // size of the set
         IterationStart,    // of the iteration that is under way: its start,
@@ -268,11 +283,15 @@ private:
 
     VORN_REGEX_APART int MatchGeneral(CContext* context) const
     {
+        if (SharesFrame())
+            return MatchShared(context);
         return this->MatchFixed(context) == 0 ? 0 : MatchVart(context);
     }
 
     VORN_REGEX_APART int MatchNextGeneral(CContext* context) const
     {
+        if (SharesFrame())
+            return ReturnShared(context);
         return ReturnVart(context) != 0 ? 1 : RetryFixed(context);
     }
 
@@ -281,10 +300,36 @@ private:
         return this->MatchNextFixed(context) == 0 ? 0 : MatchVart(context);
     }
 
+    // Whether the set outlives the variable part: then the frame is made before the fixed one.
+    bool SharesFrame() const { return m_ExploresOnce && m_Fixed > 0; }
+
+    VORN_REGEX_APART int MatchShared(CContext* context) const
+    {
+        const int frame = PushFrame(context);
+        if (this->MatchFixed(context) == 0)
+            return DropFrame(context, frame);
+        BeginVart(context, frame);
+        TakeMore<false>(context, frame);
+        return CloseFrame(context, frame);
+    }
+
+    VORN_REGEX_APART int ReturnShared(CContext* context) const;
+
+    // The fixed part is on top: the iterations begin.
+    VORN_REGEX_APART static void BeginVart(CContext* context, int frame)
+    {
+        int* const at = &context->stack[frame];
+        at[Start] = context->currentPos;
+        at[Captures] = context->captureStack.GetSize();
+        at[Fixed] = context->stack.GetSize() - frame - FrameSize - at[Words];
+        at[Count] = 0;
+    }
+
     VORN_REGEX_APART static int PushFrame(CContext* context)
     {
         const int frame = context->stack.GetSize();
-        context->stack.Push(context->currentPos, context->captureStack.GetSize(), 0, 0, 0, 0, 0);
+        const int at = context->currentPos;
+        context->stack.Push(at, at, context->captureStack.GetSize(), 0, 0, 0, 0, 0, 0);
         return frame;
     }
 
@@ -337,15 +382,16 @@ private:
     }
 
     VORN_REGEX_MERGED int ReturnVart(CContext* context) const;
+    VORN_REGEX_MERGED bool OfferNext(CContext* context, int frame) const;
     VORN_REGEX_MERGED bool ReturnIteration(CContext* context, int frame) const;
 
     // Finds the frame again. What is retried was offered where it ended, which is where the context
-    // stands.
-    VORN_REGEX_APART static int PopFrame(CContext* context)
+    // stands; without an iteration only a shared frame has use for that.
+    VORN_REGEX_APART static int PopFrame(CContext* context, bool isShared)
     {
         const int distance = context->stack.Pop();
         const int frame = context->stack.GetSize() - distance;
-        if (context->stack[frame + Count] > 0)
+        if (isShared || context->stack[frame + Count] > 0)
             SetOffered(context, frame);
         return frame;
     }
@@ -366,9 +412,16 @@ private:
         return context->currentPos == context->stack[frame + Start];
     }
 
-    VORN_REGEX_APART static int UndoAll(CContext* context, int frame)
+    VORN_REGEX_APART static bool UndoVart(CContext* context, int frame)
     {
-        context->captureStack.Restore(context->stack[frame + Captures]);
+        const int* const at = &context->stack[frame];
+        context->captureStack.Restore(at[Captures]);
+        context->stack.Restore(frame + FrameSize + at[Words] + at[Fixed]);
+        return false;
+    }
+
+    static int DropFrame(CContext* context, int frame)
+    {
         context->stack.Restore(frame);
         return 0;
     }
@@ -381,15 +434,15 @@ private:
 
     bool m_ExploresOnce = false;
 
-    // The set has a bit for each position, by its distance from the start: even ones for those
+    // The set has a bit for each position, by its distance from the origin: even ones for those
     // behind it, odd ones for those before. There can be both, where a group that was compiled for
     // the other direction is called.
     static unsigned int Bit(const CContext* context, int frame)
     {
-        const int start = context->stack[frame + Start];
+        const int origin = context->stack[frame + Origin];
         const int at = context->currentPos;
-        return at < start ? 2 * static_cast<unsigned int>(start - at) - 1
-                          : 2 * static_cast<unsigned int>(at - start);
+        return at < origin ? 2 * static_cast<unsigned int>(origin - at) - 1
+                           : 2 * static_cast<unsigned int>(at - origin);
     }
 
     VORN_REGEX_APART static bool IsOffered(const CContext* context, int frame)
@@ -438,14 +491,37 @@ VORN_REGEX_MERGED bool CGreedyElxT<x>::ReturnIteration(CContext* context, int fr
     return true;
 }
 
+// Goes back to an end that was not offered before. False: there is none, and the iterations are
+// undone.
+template <int x>
+VORN_REGEX_MERGED bool CGreedyElxT<x>::OfferNext(CContext* context, int frame) const
+{
+    while (context->stack[frame + Count] > 0 && ReturnIteration(context, frame))
+        if (!IsOffered(context, frame))
+            return true;
+    return UndoVart(context, frame);
+}
+
 template <int x>
 VORN_REGEX_MERGED int CGreedyElxT<x>::ReturnVart(CContext* context) const
 {
-    const int frame = PopFrame(context);
-    while (context->stack[frame + Count] > 0 && ReturnIteration(context, frame))
-        if (!IsOffered(context, frame))
-            return CloseFrame(context, frame);
-    return UndoAll(context, frame);
+    const int frame = PopFrame(context, false);
+    return OfferNext(context, frame) ? CloseFrame(context, frame) : DropFrame(context, frame);
+}
+
+template <int x>
+int CGreedyElxT<x>::ReturnShared(CContext* context) const
+{
+    const int frame = PopFrame(context, true);
+    while (!OfferNext(context, frame)) {
+        if (this->MatchNextFixed(context) == 0)
+            return DropFrame(context, frame);
+        BeginVart(context, frame);
+        this->template TakeMore<true>(context, frame);
+        if (!IsOffered(context, frame) || context->currentPos == context->stack[frame + Origin])
+            break;
+    }
+    return CloseFrame(context, frame);
 }
 
 // "*?", "+?", "??", "{n,m}?": as seldom as possible first.

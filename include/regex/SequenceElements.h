@@ -91,12 +91,12 @@ private:
             m_Opening->Pass(context);
             return 0;
         }
-        if (m_Opening->Open(context, at) == 0) {
+        if (m_Opening->Enclose(context, at) == 0) {
             context->currentPos = at;
             return 0;
         }
         context->stack.Push(spare);
-        return m_Closing->Match(context);
+        return 1;
     }
 
     VORN_REGEX_APART bool ReturnInRun(CContext* context) const

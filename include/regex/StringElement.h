@@ -10,7 +10,8 @@ class VORN_REGEX_EXPORT CStringElxT final : public ElxInterface
 {
 public:
     CStringElxT(const Char* text, int length, int rightToLeft, int ignoreCase)
-        : m_Text(text, length), m_RightToLeft(rightToLeft), m_IgnoreCase(ignoreCase)
+        : m_Text(text, length), m_RightToLeft(rightToLeft), m_IgnoreCase(ignoreCase),
+          m_IsPlain(rightToLeft == 0 && ignoreCase == 0 && length > 0)
     {}
 
     int Match(CContext* context) const override
@@ -28,12 +29,12 @@ public:
     }
 
     // Whether it matches at a position. The context is only read.
-    bool Begins(const CContext* context, int at) const
+    VORN_REGEX_MERGED bool Begins(const CContext* context, int at) const
     {
         const int length = m_Text.GetSize();
-        if (m_RightToLeft == 0)
-            return length <= context->textLength - at && Equals(context->text + at);
-        return length <= at && Equals(context->text + at - length);
+        if (m_IsPlain)
+            return length <= context->textLength - at && IsAt(context->text + at);
+        return BeginsOtherwise(context, at);
     }
 
     // Matches as often in a row as it can, up to most times; returns how often.
@@ -57,18 +58,27 @@ public:
     int m_IgnoreCase;
 
 private:
-    // Inline in every loop: most texts end here, at the first character.
-    VORN_REGEX_MERGED bool Equals(const Char* subject) const
+    // Inline wherever it is called: most texts end here, at the first character.
+    VORN_REGEX_MERGED bool IsAt(const Char* subject) const
     {
-        const Char* const text = m_Text.GetBuffer();
+        const Char* const text = m_Text.begin();
         const int length = m_Text.GetSize();
-        if (m_IgnoreCase != 0)
-            return m_Text.nCompareNoCase(subject) == 0;
-        if (length == 0)
-            return true;
         return *text == *subject &&
                (length == 1 || std::memcmp(text, subject, static_cast<std::size_t>(length)) == 0);
     }
+
+    // The empty text, and the two ways to compare that are seldom.
+    VORN_REGEX_APART bool BeginsOtherwise(const CContext* context, int at) const
+    {
+        const int length = m_Text.GetSize();
+        if (length > (m_RightToLeft == 0 ? context->textLength - at : at))
+            return false;
+        const Char* const subject = context->text + (m_RightToLeft == 0 ? at : at - length);
+        return m_IgnoreCase != 0 ? m_Text.nCompareNoCase(subject) == 0
+                                 : length == 0 || IsAt(subject);
+    }
+
+    bool m_IsPlain; // read forwards, with case, and not empty
 };
 
 extern template class CStringElxT<char>;
