@@ -280,7 +280,9 @@ std::string Result(const CService& service)
     try {
         return service.m_Call();
     } catch (unsigned int code) {
-        return "raised " + std::to_string(code);
+        char text[16]; // no allocation: memory may have ended
+        std::snprintf(text, sizeof text, "raised %08x", code);
+        return text;
     } catch (const std::bad_alloc&) {
         return "no memory";
     }

@@ -15,7 +15,8 @@ struct CService
 // All but those that make noise: beep and reboot.
 const std::vector<CService>& Services();
 
-// The result of a call; what it raises as "raised CODE", memory that ends as "no memory".
+// The result of a call; what it raises as "raised CODE" in hexadecimal, memory that ends as "no
+// memory".
 std::string Result(const CService& service);
 
 // Asked before each system or library call that a service makes (FallibleCalls.cpp); null: all go
