@@ -229,8 +229,8 @@ public:
     {
         const auto* const subject = reinterpret_cast<PCRE2_SPTR>(text.data());
         const int found =
-            Traits::Jit ? pcre2_jit_match(m_Code, subject, text.size(), from, 0, m_Result, nullptr)
-                        : pcre2_match(m_Code, subject, text.size(), from, 0, m_Result, nullptr);
+            Traits::Jit ? pcre2_jit_match(m_Code, subject, text.size(), from, 0, m_Result, Limits())
+                        : pcre2_match(m_Code, subject, text.size(), from, 0, m_Result, Limits());
         if (found < PCRE2_ERROR_NOMATCH)
             throw std::runtime_error("PCRE2 gave up");
         m_Found = found;
@@ -254,6 +254,19 @@ public:
     }
 
 private:
+    // None of its limits, but for the memory: half a gigabyte.
+    static pcre2_match_context* Limits()
+    {
+        static pcre2_match_context* const limits = [] {
+            auto* const context = pcre2_match_context_create(nullptr);
+            pcre2_set_match_limit(context, UINT32_MAX);
+            pcre2_set_depth_limit(context, UINT32_MAX);
+            pcre2_set_heap_limit(context, 512 * 1024);
+            return context;
+        }();
+        return limits;
+    }
+
     pcre2_code* m_Code = nullptr;
     pcre2_match_data* m_Result = nullptr;
     int m_Found = 0;

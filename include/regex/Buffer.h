@@ -169,7 +169,9 @@ protected:
     using CBufferRefT<T>::m_Elements;
     using CBufferRefT<T>::m_Count;
 
-    static std::size_t Bytes(int count) { return static_cast<std::size_t>(count) * sizeof(T); }
+    // Where elements are pointers, the size of a pointer is meant.
+    static constexpr std::size_t Size = sizeof(T); // NOLINT(bugprone-sizeof-expression)
+    static std::size_t Bytes(int count) { return static_cast<std::size_t>(count) * Size; }
 
     // The growth of Restore and Prepare: at least twice, in multiples of eight beyond that.
     VORN_REGEX_APART void GrowTo(int count)
@@ -198,7 +200,7 @@ private:
     {
         if (capacity > INT_MAX)
             capacity = INT_MAX;
-        if (static_cast<unsigned long long>(capacity) > PTRDIFF_MAX / sizeof(T))
+        if (static_cast<unsigned long long>(capacity) > PTRDIFF_MAX / Size)
             throw std::bad_alloc();
         void* const storage = std::realloc(m_Elements, Bytes(static_cast<int>(capacity)));
         if (storage == nullptr)

@@ -34,8 +34,7 @@ public:
         } else if (order < 0) {
             ++order;
         } else {
-            context->captureStack.Restore(record);
-            context->captureIndex[m_Number] = context->stack.Pop();
+            Remove(context, record);
         }
         return 0;
     }
@@ -52,6 +51,9 @@ public:
     int m_Number;  // -1 until it is known
     int m_Closing; // 0: the opening end, 1: the closing end
     CBufferT<Char> m_Name;
+
+    // Of the opening end, where CanMove holds: undoes both ends.
+    void Remove(CContext* context) const { Remove(context, Record(context)); }
 
     // Of the opening end: Match at a position, as it is, or at once with the closing end's Match
     // where the context stands now; and what Match and MatchNext leave behind.
@@ -93,6 +95,12 @@ private:
         context->stack.Push(newest);
         context->captureIndex[m_Number] = context->captureStack.GetSize();
         context->captureStack.Push(m_Number, begin, end, order);
+    }
+
+    void Remove(CContext* context, int record) const
+    {
+        context->captureStack.Restore(record);
+        context->captureIndex[m_Number] = context->stack.Pop();
     }
 
     int Close(CContext* context) const

@@ -1,8 +1,6 @@
 // Elements that test where they stand and consume nothing.
 #pragma once
 
-#include <cstdint>
-
 #include <regex/Element.h>
 
 namespace Vorn::Regex {
@@ -30,6 +28,26 @@ enum BoundaryKind
     WordEnd = 6,
     WordBoundary = 7 // "\b"
 };
+
+namespace Internals {
+
+// By byte: whether it is a word character.
+struct CWordCharacters
+{
+    constexpr CWordCharacters()
+    {
+        for (int c = '0'; c <= '9'; ++c)
+            m_Is[c] = true;
+        for (int c = 'A'; c <= 'Z'; ++c)
+            m_Is[c] = m_Is[c - 'A' + 'a'] = true;
+        m_Is[static_cast<int>('_')] = true;
+    }
+    bool m_Is[UCHAR_MAX + 1] = {};
+};
+
+inline constexpr CWordCharacters WordCharacters;
+
+} // namespace Internals
 
 // Line breaks are "\n", "\r" and "\r\n", the last one break; a word character is one of A-Z, a-z,
 // 0-9 and "_", whatever the locale.
@@ -61,10 +79,7 @@ public:
 private:
     static bool IsWord(Char character)
     {
-        // Bits of the characters 0 to 127: the digits; A-Z, "_" and a-z.
-        constexpr std::uint64_t Words[] = {0x03FF000000000000, 0x07FFFFFE87FFFFFE};
-        const auto byte = static_cast<unsigned char>(character);
-        return byte < 128 && ((Words[byte / 64] >> (byte % 64)) & 1U) != 0;
+        return Internals::WordCharacters.m_Is[static_cast<unsigned char>(character)];
     }
     static bool WordBefore(const CContext& context, int at)
     {

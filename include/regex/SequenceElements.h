@@ -41,8 +41,8 @@ public:
 
     int MatchNext(CContext* context) const override
     {
-        if (m_Run != nullptr && ReturnInRun(context))
-            return 1;
+        if (m_Run != nullptr && m_Closing->CanMove(context))
+            return ReturnInRun(context);
         return m_RightToLeft == 0 ? Return<1>(context) : Return<-1>(context);
     }
 
@@ -99,12 +99,15 @@ private:
         return 1;
     }
 
-    VORN_REGEX_APART bool ReturnInRun(CContext* context) const
+    VORN_REGEX_APART int ReturnInRun(CContext* context) const
     {
-        if (!m_Closing->CanMove(context) || !m_Run->StepBack(context))
-            return false;
-        m_Closing->Move(context);
-        return true;
+        if (m_Run->StepBack(context)) {
+            m_Closing->Move(context);
+            return 1;
+        }
+        m_Run->MatchNext(context);
+        m_Opening->Remove(context);
+        return 0;
     }
 
     CBufferT<CStep> m_Steps; // by item; empty: no text follows a repetition
