@@ -125,7 +125,7 @@ CALL(mntent*, getmntent, (FILE* table) noexcept, (table), nullptr)
 CALL(char*, setlocale, (int category, const char* name) noexcept, (category, name), nullptr)
 CALL(nl_catd, catopen, (const char* name, int flag), (name, flag), reinterpret_cast<nl_catd>(-1))
 CALL(char*, catgets, (nl_catd file, int set, int number, const char* other) noexcept, (file, set, number, other), nullptr)
-CALL(int, catclose, (nl_catd file) noexcept, (file), -1)
+CALL(int, catclose, (nl_catd file) noexcept, (file), (next(file), -1)) // it has closed
 CALL(int, dladdr, (const void* address, Dl_info* info) noexcept, (address, info), 0)
 CALL(void*, dlopen, (const char* name, int mode) noexcept, (name, mode), nullptr)
 
