@@ -18,13 +18,13 @@
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <vorn/Trace.h>
 #include <vornex/vornex.h>
 
 #include "DataTable.h"
+#include "InChild.h"
 #include "ScratchFolder.h"
 #include "Services.h"
 
@@ -99,18 +99,6 @@ int ErrorNumber(const std::string& name)
         if (const char* const known = strerrorname_np(number); known != nullptr && known == name)
             return number;
     return std::stoi(name);
-}
-
-// What the body returns in a child process.
-template <class Body>
-int InChild(Body body)
-{
-    const pid_t child = fork();
-    if (child == 0)
-        _exit(body());
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 // What is done once in a process, at its first delivery: before all other tests.
