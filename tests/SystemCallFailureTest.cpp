@@ -154,8 +154,10 @@ TEST(SystemCallFailure, EveryCallOfEveryService)
         calls.erase("close");  // has closed, whatever it says: see below
         calls.erase("syslog"); // InsideTheCLibrary
         // libpciaccess takes what its stack holds for the content of a file that it cannot read.
+        // Its other calls can be defined in some builds of it only.
         if (service.m_Name == std::string("PCI"))
-            calls.erase("read");
+            for (const char* const own : {"open", "pread", "read", "stat"})
+                calls.erase(own);
         if (calls.empty())
             continue;
         std::set<std::string> tried;
@@ -178,7 +180,8 @@ TEST(SystemCallFailure, EveryCallOfEveryService)
             continue;
         calls["close"] = g_Made["close"];
         for (const auto& [call, made] : calls) {
-            EXPECT_TRUE(call == "close" || tried.count(call) != 0) << "no row for " << call;
+            EXPECT_TRUE(call == "close" || tried.count(call) != 0)
+                << "no row for " << call << " of " << service.m_Name;
             for (int nth = 1; nth <= std::min(made, MostCalls); ++nth)
                 for (const int error : {EINTR, EIO, EMFILE, ENOMEM, Short})
                     Fail(service, {call}, nth, error, [&, &call = call](const auto& result) {
