@@ -24,6 +24,8 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
+#include "Processor.h"
+
 namespace VornEx::Internals {
 
 namespace {
@@ -196,9 +198,9 @@ private:
     }
     std::size_t SkipBlocks(const char* text, std::size_t from, std::size_t end) const
     {
-        if (__builtin_cpu_supports("avx2") != 0)
+        if (HasAvx2())
             return SkipAvx2(text, from, end);
-        if (__builtin_cpu_supports("sse2") != 0)
+        if (HasSse2())
             return SkipSse2(text, from, end);
         return SkipAny(text, from, end);
     }

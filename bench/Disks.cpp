@@ -87,7 +87,9 @@ std::size_t Ours(const CDisk& disk)
 std::size_t ReadMountTable()
 {
     std::size_t count = 0;
-    FILE* const table = setmntent("/etc/mtab", "r");
+    FILE* table = setmntent("/etc/mtab", "r");
+    if (table == nullptr)
+        table = setmntent("/proc/mounts", "r");
     if (table == nullptr)
         return 0;
     while (getmntent(table) != nullptr)
@@ -159,13 +161,26 @@ void Run(benchmark::State& state, const CDisk& (*disk)(), std::size_t (*list)(co
     Measure(state, [&] { benchmark::DoNotOptimize(list(disk())); });
 }
 
-BENCHMARK_CAPTURE(Run, classic_ours, Classic, Ours);
-BENCHMARK_CAPTURE(Run, classic_bare_calls, Classic, BareCalls);
-BENCHMARK_CAPTURE(Run, classic_libblkid, Classic, Blkid);
-BENCHMARK_CAPTURE(Run, classic_libfdisk, Classic, Fdisk);
-BENCHMARK_CAPTURE(Run, gpt_ours, Gpt, Ours);
-BENCHMARK_CAPTURE(Run, gpt_bare_calls, Gpt, BareCalls);
-BENCHMARK_CAPTURE(Run, gpt_libblkid, Gpt, Blkid);
-BENCHMARK_CAPTURE(Run, gpt_libfdisk, Gpt, Fdisk);
+const bool g_Registered = [] {
+    const struct
+    {
+        const char* m_Name;
+        const CDisk& (*m_Disk)();
+    } disks[] = {{"partitions of an MBR with 20 logical ones", Classic},
+                 {"partitions of a GPT with 128", Gpt}};
+    const struct
+    {
+        const char* m_Name;
+        std::size_t (*m_List)(const CDisk&);
+    } readers[] = {{"vornex", Ours},
+                   {"libblkid", Blkid},
+                   {"libfdisk", Fdisk},
+                   {"limit: bare calls", BareCalls}};
+    for (const auto& disk : disks)
+        for (const auto& reader : readers)
+            benchmark::RegisterBenchmark((std::string(disk.m_Name) + "/" + reader.m_Name).c_str(),
+                                         Run, disk.m_Disk, reader.m_List);
+    return true;
+}();
 
 } // namespace

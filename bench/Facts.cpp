@@ -6,6 +6,7 @@
 // which becomes the root of the process.
 #include "Allocations.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -13,8 +14,8 @@
 #include <string>
 #include <utility>
 
-#include <elf.h>
 #include <fcntl.h>
+#include <link.h>
 #include <sched.h>
 #include <strings.h>
 #include <sys/mman.h>
@@ -120,15 +121,15 @@ std::size_t BareList(const std::string& module)
     return 0;
 }
 
-// The version of a 64-bit module file, with nothing checked.
+// The version of a module file of this word size, with nothing checked.
 std::size_t BareElf(const std::string& path, char (&version)[64])
 {
     const CMapping file(path.c_str());
-    const auto* const header = reinterpret_cast<const Elf64_Ehdr*>(file.m_Bytes);
+    const auto* const header = reinterpret_cast<const ElfW(Ehdr)*>(file.m_Bytes);
     if (std::memcmp(header->e_ident, ELFMAG, SELFMAG) != 0)
         return 0;
     const auto* const sections =
-        reinterpret_cast<const Elf64_Shdr*>(file.m_Bytes + header->e_shoff);
+        reinterpret_cast<const ElfW(Shdr)*>(file.m_Bytes + header->e_shoff);
     const char* const names = file.m_Bytes + sections[header->e_shstrndx].sh_offset;
     for (unsigned int index = 1; index < header->e_shnum; ++index) {
         if (std::strcmp(names + sections[index].sh_name, ".modinfo") != 0)
@@ -178,17 +179,35 @@ std::size_t Ours(const std::string& module)
     return version.m_Length;
 }
 
-// Modules near the front, the middle and the end of the list.
-struct CModule
+// What reading a version takes at least: the file's header, its sections' headers, their names and
+// the section.
+std::size_t ReadModule(const std::string& path)
 {
-    const char* m_Name;
-    const char* m_Path;
-};
+    char page[4096];
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    ssize_t length = 0;
+    for (off_t at = 0; at < 4; ++at)
+        length += pread(descriptor, page, sizeof page, at * 3 * 4096);
+    close(descriptor);
+    return static_cast<std::size_t>(length);
+}
 
-constexpr CModule Modules[] = {
-    {"early", "kernel/drivers/scsi/megaraid/megaraid_sas.ko"},
-    {"middle", "kernel/drivers/net/vmxnet3/vmxnet3.ko"},
-    {"late", "kernel/net/bluetooth/bluetooth.ko"},
+// And finding it: the list up to the module's line.
+std::size_t ReadListAndModule(std::size_t line, const std::string& path)
+{
+    static char block[1 << 16];
+    const int descriptor = open((ListFolder() + "modules.dep").c_str(), O_RDONLY | O_CLOEXEC);
+    for (std::size_t length = 0; length <= line;)
+        length += static_cast<std::size_t>(read(descriptor, block, sizeof block));
+    close(descriptor);
+    return ReadModule(path);
+}
+
+// Modules near the front, the middle and the end of the list.
+constexpr const char* Modules[] = {
+    "kernel/drivers/scsi/megaraid/megaraid_sas.ko",
+    "kernel/drivers/net/vmxnet3/vmxnet3.ko",
+    "kernel/net/bluetooth/bluetooth.ko",
 };
 
 // Registers one benchmark; each must find something.
@@ -213,28 +232,48 @@ void AddModules()
         std::fprintf(stderr, "without VORNEX_KERNEL_TREE no modules are measured\n");
         return;
     }
-    for (const auto& row : Modules) {
-        const std::string name = row.m_Name;
-        const std::string path = ListFolder() + row.m_Path;
+    const CMapping list((ListFolder() + "modules.dep").c_str());
+    for (const char* const file : Modules) {
+        const std::string path = ListFolder() + file;
         const std::string module = std::filesystem::path(path).stem();
-        Add("module/name/" + name + "/ours", [module] { return Ours(module); });
-        Add("module/name/" + name + "/bare_list", [module] { return BareList(module) + 1; });
-        Add("module/name/" + name + "/kmod_fresh", [module] {
+        const std::size_t place = BareList(module);
+        const auto line = 1 + std::count(list.m_Bytes, list.m_Bytes + place, '\n');
+        const std::string byName =
+            "module by name, " + module + " in line " + std::to_string(line) + "/";
+        Add(byName + "vornex", [module] { return Ours(module); });
+        Add(byName + "list walk alone", [module] { return BareList(module) + 1; });
+        Add(byName + "libkmod, fresh context", [module] {
             kmod_ctx* const context = kmod_new(nullptr, nullptr);
             const std::size_t length = Kmod(context, module);
             kmod_unref(context);
             return length;
         });
-        Add("module/name/" + name + "/kmod_kept", [module] {
+        Add(byName + "libkmod, context kept", [module] {
             static kmod_ctx* const context = kmod_new(nullptr, nullptr);
             return Kmod(context, module);
         });
-        Add("module/path/" + name + "/ours", [path] { return Ours(path); });
-        Add("module/path/" + name + "/bare_elf", [path] {
+        Add(byName + "limit: bare calls", [place, path] { return ReadListAndModule(place, path); });
+        const std::string byPath = "module by path, " + module + "/";
+        Add(byPath + "vornex", [path] { return Ours(path); });
+        Add(byPath + "bare ELF walk", [path] {
             char version[64];
             return BareElf(path, version);
         });
+        Add(byPath + "limit: bare calls", [path] { return ReadModule(path); });
     }
+}
+
+// The identities of all devices, which stand in the first bytes of each one's configuration space.
+std::size_t ReadPci()
+{
+    std::size_t length = 0;
+    for (const auto& device : std::filesystem::directory_iterator("/sys/bus/pci/devices")) {
+        char identity[4];
+        const int descriptor = open((device.path() / "config").c_str(), O_RDONLY | O_CLOEXEC);
+        length += static_cast<std::size_t>(read(descriptor, identity, sizeof identity));
+        close(descriptor);
+    }
+    return length;
 }
 
 std::size_t BarePci(unsigned int vendor, unsigned int id)
@@ -272,7 +311,7 @@ void AddPci()
     std::snprintf(texts[1], sizeof texts[1], "%04x", id & 0xFFFFU);
     const std::string vendorText = texts[0];
     const std::string idText = texts[1];
-    Add("pci/ours", [vendorText, idText] {
+    Add("PCI address, the last device/vornex", [vendorText, idText] {
         int domain = 0;
         int bus = 0;
         int device = 0;
@@ -282,7 +321,8 @@ void AddPci()
                    ? static_cast<std::size_t>(device) + 1
                    : 0;
     });
-    Add("pci/bare", [vendor, id] { return BarePci(vendor, id); });
+    Add("PCI address, the last device/libpciaccess", [vendor, id] { return BarePci(vendor, id); });
+    Add("PCI address, the last device/limit: identities read", ReadPci);
 }
 
 // Versions as an agent meets them: the one that is installed and the one that is wanted.
@@ -334,14 +374,18 @@ void AddComparison(const std::string& name, Compare compare)
 {
     const auto over = [compare](const auto& pairs) {
         std::size_t sum = 1;
-        for (const auto& pair : pairs)
+        for (auto pair : pairs) {
+            benchmark::DoNotOptimize(pair); // or the compiler compares
             sum += static_cast<std::size_t>(compare(pair.first, pair.second) + 2);
+        }
         return sum;
     };
-    Add("compare/kernels/" + name, [over] { return over(Kernels); });
-    Add("compare/drivers/" + name, [over] { return over(Drivers); });
-    Add("compare/firmware/" + name, [over] { return over(Firmware); });
-    Add("compare/mixed/" + name, [over] { return over(Kernels) + over(Drivers) + over(Firmware); });
+    const auto pairs = [](const auto& list, const char* what) {
+        return "order of " + std::to_string(std::size(list)) + " pairs of " + what + " versions/";
+    };
+    Add(pairs(Kernels, "kernel") + name, [over] { return over(Kernels); });
+    Add(pairs(Drivers, "driver") + name, [over] { return over(Drivers); });
+    Add(pairs(Firmware, "firmware") + name, [over] { return over(Firmware); });
 }
 
 constexpr const char* ShortText = "2.6.32-754.35.1";
@@ -360,31 +404,40 @@ std::size_t Tokenize(const char* text, const char* delimiters)
     return count;
 }
 
-std::size_t Strsep(const char* text, const char* delimiters)
+// Counts the tokens of a copy of the text that the function cuts off one after the other.
+template <class NextToken>
+std::size_t CutUp(const char* text, NextToken next)
 {
     char copy[256];
     std::strcpy(copy, text);
     char* rest = copy;
     std::size_t count = 0;
-    while (char* token = strsep(&rest, delimiters)) {
+    while (char* token = next(rest)) {
         benchmark::DoNotOptimize(token);
         ++count;
     }
     return count;
 }
 
+std::size_t Strsep(const char* text, const char* delimiters)
+{
+    return CutUp(text, [delimiters](char*& rest) { return strsep(&rest, delimiters); });
+}
+
 std::size_t Strtok(const char* text, const char* delimiters)
 {
+    return CutUp(text, [delimiters, first = true](char*& rest) mutable {
+        return strtok_r(std::exchange(first, false) ? rest : nullptr, delimiters, &rest);
+    });
+}
+
+std::size_t Copy(const char* text, const char* /*delimiters*/)
+{
     char copy[256];
+    benchmark::DoNotOptimize(text); // hides its length
     std::strcpy(copy, text);
-    char* rest = nullptr;
-    std::size_t count = 0;
-    for (char* token = strtok_r(copy, delimiters, &rest); token != nullptr;
-         token = strtok_r(nullptr, delimiters, &rest)) {
-        benchmark::DoNotOptimize(token);
-        ++count;
-    }
-    return count;
+    benchmark::DoNotOptimize(copy);
+    return 1;
 }
 
 void AddTokenizers()
@@ -394,26 +447,34 @@ void AddTokenizers()
         const char* m_Name;
         const char* m_Text;
         const char* m_Delimiters;
-    } rows[] = {{"version", ShortText, ".-"}, {"addresses", LongText, ","}};
+    } rows[] = {{"six tokens of a version", ShortText, ".-"},
+                {"five mail addresses as tokens", LongText, ","}};
     const struct
     {
         const char* m_Name;
         std::size_t (*m_Split)(const char*, const char*);
-    } splitters[] = {{"ours", Tokenize}, {"strsep", Strsep}, {"strtok_r", Strtok}};
+    } splitters[] = {{"vornex", Tokenize},
+                     {"strsep on a copy", Strsep},
+                     {"strtok_r on a copy", Strtok},
+                     {"limit: the copy", Copy}};
     for (const auto& row : rows)
         for (const auto& splitter : splitters)
-            Add(std::string("tokens/") + row.m_Name + "/" + splitter.m_Name,
+            Add(std::string(row.m_Name) + "/" + splitter.m_Name,
                 [row, splitter] { return splitter.m_Split(row.m_Text, row.m_Delimiters); });
 }
 
 const bool g_Registered = [] {
     AddModules();
     AddPci();
-    AddComparison("ours",
+    AddComparison("vornex",
                   [](const char* a, const char* b) { return VornEx::VersionCompare(a, b, 0); });
     AddComparison("rpmvercmp", rpmvercmp);
     AddComparison("strverscmp", [](const char* a, const char* b) {
         const int order = strverscmp(a, b);
+        return order < 0 ? -1 : order > 0 ? 1 : 0;
+    });
+    AddComparison("limit: strcmp", [](const char* a, const char* b) {
+        const int order = std::strcmp(a, b);
         return order < 0 ? -1 : order > 0 ? 1 : 0;
     });
     AddTokenizers();

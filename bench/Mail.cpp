@@ -23,7 +23,7 @@
 
 namespace {
 
-constexpr int Messages = 2000;
+constexpr int Messages = 1000;
 constexpr unsigned short PostfixPort = 2587;
 constexpr const char* From = "from@probe.test";
 constexpr const char* To = "to@probe.test";
@@ -230,18 +230,23 @@ const bool g_Registered = [] {
     {
         const char* m_Name;
         bool (*m_Send)(unsigned short);
-    } rows[] = {
-        {"CSmtp", Ours}, {"libetpan", BareCalls}, {"libcurl", Curl}, {"socket", BareSocket}};
+    } rows[] = {{"vornex", Ours},
+                {"libetpan", BareCalls},
+                {"libcurl", Curl},
+                {"limit: bare socket", BareSocket}};
     for (const auto& row : rows)
-        benchmark::RegisterBenchmark((std::string("Send/") + row.m_Name).c_str(), Run, row.m_Send,
-                                     SinkPort)
+        benchmark::RegisterBenchmark((std::string("mail of 2 KB/") + row.m_Name).c_str(), Run,
+                                     row.m_Send, SinkPort)
             ->Iterations(Messages)
+            ->MeasureProcessCPUTime()
             ->UseRealTime();
     if (std::getenv("VORNEX_POSTFIX") != nullptr)
         for (const auto& row : {rows[0], rows[1]})
-            benchmark::RegisterBenchmark((std::string("StartTls/") + row.m_Name).c_str(), Run,
-                                         row.m_Send, Postfix)
+            benchmark::RegisterBenchmark(
+                (std::string("mail of 2 KB, STARTTLS/") + row.m_Name).c_str(), Run, row.m_Send,
+                Postfix)
                 ->Iterations(20)
+                ->MeasureProcessCPUTime()
                 ->UseRealTime();
     return true;
 }();

@@ -5,15 +5,12 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <string>
 
 #include <vorn/Trace.h>
 #include <vornex/vornex.h>
 
 namespace {
-
-constexpr const char* Short = "42";
-constexpr const char* Long32 = "2147483647";
-constexpr const char* Long64 = "9223372036854775807";
 
 // The least that a caller of the C function has to do to get a checked result.
 template <auto Convert>
@@ -56,43 +53,61 @@ void FromChars(benchmark::State& state, const char* text)
     });
 }
 
-struct CRow
+// The digits alone: nothing is checked, nothing can fail.
+template <class Value>
+[[gnu::noinline]] Value Accumulate(const char* text)
+{
+    Value value = 0;
+    for (; *text != '\0'; ++text)
+        value = value * 10 + static_cast<Value>(*text - '0');
+    return value;
+}
+
+template <class Value>
+void BareLoop(benchmark::State& state, const char* text)
+{
+    Measure(state, [text] { benchmark::DoNotOptimize(Accumulate<Value>(text)); });
+}
+
+using Run = void (*)(benchmark::State&, const char*);
+
+struct CConversion
 {
     const char* m_Name;
-    void (*m_Run)(benchmark::State&, const char*);
-    const char* m_Text;
+    Run m_Ours;
+    const char* m_BareName;
+    Run m_Bare;
+    Run m_FromChars;
+    Run m_Limit;
+    const char* m_Longest;
 };
 
-const CRow Rows[] = {
-    {"atoi32/short", Ours<VornEx::atoi32>, Short},
-    {"strtol/short", BareC<std::strtol>, Short},
-    {"from_chars_i32/short", FromChars<std::int32_t>, Short},
-    {"atoi32/long", Ours<VornEx::atoi32>, Long32},
-    {"strtol/long", BareC<std::strtol>, Long32},
-    {"from_chars_i32/long", FromChars<std::int32_t>, Long32},
-    {"atoui32/short", Ours<VornEx::atoui32>, Short},
-    {"strtoul/short", BareC<std::strtoul>, Short},
-    {"from_chars_u32/short", FromChars<std::uint32_t>, Short},
-    {"atoui32/long", Ours<VornEx::atoui32>, Long32},
-    {"strtoul/long", BareC<std::strtoul>, Long32},
-    {"from_chars_u32/long", FromChars<std::uint32_t>, Long32},
-    {"atoi64/short", Ours<VornEx::atoi64>, Short},
-    {"strtoll/short", BareC<std::strtoll>, Short},
-    {"from_chars_i64/short", FromChars<std::int64_t>, Short},
-    {"atoi64/long", Ours<VornEx::atoi64>, Long64},
-    {"strtoll/long", BareC<std::strtoll>, Long64},
-    {"from_chars_i64/long", FromChars<std::int64_t>, Long64},
-    {"atoui64/short", Ours<VornEx::atoui64>, Short},
-    {"strtoull/short", BareC<std::strtoull>, Short},
-    {"from_chars_u64/short", FromChars<std::uint64_t>, Short},
-    {"atoui64/long", Ours<VornEx::atoui64>, Long64},
-    {"strtoull/long", BareC<std::strtoull>, Long64},
-    {"from_chars_u64/long", FromChars<std::uint64_t>, Long64},
+constexpr const char* Long32 = "2147483647";
+constexpr const char* Long64 = "9223372036854775807";
+
+constexpr CConversion Conversions[] = {
+    {"atoi32", Ours<VornEx::atoi32>, "strtol", BareC<std::strtol>, FromChars<std::int32_t>,
+     BareLoop<std::uint32_t>, Long32},
+    {"atoui32", Ours<VornEx::atoui32>, "strtoul", BareC<std::strtoul>, FromChars<std::uint32_t>,
+     BareLoop<std::uint32_t>, Long32},
+    {"atoi64", Ours<VornEx::atoi64>, "strtoll", BareC<std::strtoll>, FromChars<std::int64_t>,
+     BareLoop<std::uint64_t>, Long64},
+    {"atoui64", Ours<VornEx::atoui64>, "strtoull", BareC<std::strtoull>, FromChars<std::uint64_t>,
+     BareLoop<std::uint64_t>, Long64},
 };
 
 const bool g_Registered = [] {
-    for (const auto& row : Rows)
-        benchmark::RegisterBenchmark(row.m_Name, row.m_Run, row.m_Text);
+    for (const auto& conversion : Conversions)
+        for (const char* const text : {"42", conversion.m_Longest}) {
+            const auto add = [&](const std::string& contender, Run run) {
+                const std::string workload = std::string(conversion.m_Name) + " of " + text;
+                benchmark::RegisterBenchmark((workload + "/" + contender).c_str(), run, text);
+            };
+            add("vornex", conversion.m_Ours);
+            add(conversion.m_BareName, conversion.m_Bare);
+            add("std::from_chars", conversion.m_FromChars);
+            add("limit: digits unchecked", conversion.m_Limit);
+        }
     return true;
 }();
 
@@ -107,7 +122,7 @@ void Failure(benchmark::State& state)
         }
     });
 }
-BENCHMARK(Failure);
+BENCHMARK(Failure)->Name("a failure raised, caught, raised again/vornex");
 
 [[gnu::noinline]] void ThrowBare(unsigned int code)
 {
@@ -134,7 +149,7 @@ void TwoBareThrows(benchmark::State& state)
         }
     });
 }
-BENCHMARK(TwoBareThrows);
+BENCHMARK(TwoBareThrows)->Name("a failure raised, caught, raised again/limit: two bare throws");
 
 [[gnu::noinline]] void Untraced(int value)
 {
@@ -152,12 +167,12 @@ void CallWithoutTrace(benchmark::State& state)
 {
     Measure(state, [] { Untraced(7); });
 }
-BENCHMARK(CallWithoutTrace);
+BENCHMARK(CallWithoutTrace)->Name("a call with a trace line switched off/limit: without one");
 
 void CallWithTraceOff(benchmark::State& state)
 {
     Measure(state, [] { Traced(7); });
 }
-BENCHMARK(CallWithTraceOff);
+BENCHMARK(CallWithTraceOff)->Name("a call with a trace line switched off/vornex");
 
 } // namespace

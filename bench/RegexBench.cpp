@@ -211,6 +211,7 @@ void AddGrowing(const std::string& workload, const char* pattern, const std::str
         Engine engine(pattern);
         for (auto _ : state)
             benchmark::DoNotOptimize(engine.Search(text));
+        state.counters["length"] = static_cast<double>(text.size());
         if (memory) {
             state.counters["stack"] = static_cast<double>(memory->m_Stack);
             state.counters["heap"] = static_cast<double>(memory->m_Heap);
@@ -262,6 +263,28 @@ void AddLimit()
             benchmark::DoNotOptimize(found);
         }
     });
+}
+
+// What the table of all benchmarks calls the workloads.
+void DescribeWorkloads()
+{
+    benchmark::AddCustomContext("cold", "58 release lines: compile, match, destroy");
+    benchmark::AddCustomContext("warm", "58 release lines: match");
+    benchmark::AddCustomContext("log", "access-log line, six captures: match");
+    benchmark::AddCustomContext("compile", "twenty patterns: compile, destroy");
+    for (const auto& scan : Scans)
+        benchmark::AddCustomContext(scan.m_Name,
+                                    "1 MB, all matches of `" + std::string(scan.m_Pattern) + "`");
+    const std::string fails = "a line without a match of `" + std::string(FailingPattern) + "`";
+    benchmark::AddCustomContext("fail", fails);
+    for (const std::size_t length : FailingLengths)
+        benchmark::AddCustomContext(FailName(length),
+                                    fails + ", " + std::to_string(length) + " characters");
+    const std::string pairs = "`" + std::string(PairsPattern) + "` without c";
+    benchmark::AddCustomContext("pairs", pairs);
+    for (const std::size_t length : PairsLengths)
+        benchmark::AddCustomContext(PairsName(length),
+                                    pairs + ", " + std::to_string(length) + " characters");
 }
 
 template <class... Engines>
@@ -360,6 +383,7 @@ int main(int count, char** words)
             AddEngines<CVornexEngine, CStdEngine, CBoostEngine, COnigurumaEngine, CPcre2Interpreter,
                        CPcre2Plain, CPcre2Jit>();
         engines.emplace_back("limit");
+        DescribeWorkloads();
         CRatioReporter reporter;
         benchmark::RunSpecifiedBenchmarks(&reporter);
         reporter.PrintRatios(Workloads(), engines);

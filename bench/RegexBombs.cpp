@@ -84,16 +84,30 @@ void AddEngine()
                             bomb.m_Pattern);
                 break;
             }
-            const auto run = [&bomb, text](benchmark::State& state) {
+            const auto run = [&bomb, text, length](benchmark::State& state) {
                 Engine engine(bomb.m_Pattern);
                 for (auto _ : state)
                     benchmark::DoNotOptimize(engine.Search(text));
+                state.counters["length"] = static_cast<double>(length);
             };
             // Some take seconds.
             benchmark::RegisterBenchmark((RowName(bomb, length) + "/" + Engine::Name).c_str(), run)
                 ->MinTime(0.01)
                 ->Repetitions(3);
         }
+}
+
+// What the table of all benchmarks calls the workloads.
+void DescribeWorkloads()
+{
+    for (const auto& bomb : Bombs()) {
+        const std::string pattern = "`" + std::string(bomb.m_Pattern) + "`";
+        benchmark::AddCustomContext(bomb.m_Name, pattern);
+        for (const std::size_t length : bomb.m_Lengths)
+            benchmark::AddCustomContext(RowName(bomb, length), pattern + " on " +
+                                                                   std::to_string(length) + " " +
+                                                                   bomb.m_Repeated);
+    }
 }
 
 template <class... Engines>
@@ -132,6 +146,7 @@ int main(int count, char** words)
         const std::vector<std::string> engines =
             AddEngines<CVornexEngine, CStdEngine, CBoostEngine, COnigurumaEngine, CPcre2Interpreter,
                        CPcre2Jit>();
+        DescribeWorkloads();
         CRatioReporter reporter;
         benchmark::RunSpecifiedBenchmarks(&reporter);
         std::vector<std::string> workloads;

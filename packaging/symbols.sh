@@ -30,11 +30,14 @@ for library in libvorn libvornex; do
         c++filt <<<"$difference"
         status=1
     fi
-    # What runs before main: the two of the compiler's, and the module objects of libvornex.
-    initialisers=$(nm -C "$folder/$library.so" | grep -o '_GLOBAL__sub_I_.*' || true)
-    [ $library = libvorn ] && expected= || expected=_GLOBAL__sub_I_Module.cpp
-    if [ "$initialisers" != "$expected" ]; then
-        echo "$library: static initialisers: ${initialisers:-none}"
+    # What runs before main: an entry of the compiler's own, and the module objects of libvornex.
+    width=$(readelf -h "$folder/$library.so.5" | awk '/Class:/ { print $2 == "ELF64" ? 8 : 4 }')
+    entries=$(($(readelf -SW "$folder/$library.so.5" |
+        sed -n 's/.* \.init_array *INIT_ARRAY *[^ ]* [^ ]* \([^ ]*\) .*/0x\1/p') / width))
+    [ $library = libvorn ] && expected=1 || expected=2
+    if [ "$entries" != "$expected" ]; then
+        echo "$library: $entries static initialisers where there are to be $expected:"
+        nm -C "$folder/$library.so.5" | grep -E '_GLOBAL__sub_I_|__cpu_indicator_init|frame_dummy$' || true
         status=1
     fi
 done

@@ -192,15 +192,4 @@ TEST_F(Messages, DamagedCataloguesCountAsNone)
     }
 }
 
-TEST(Module, RecordsAreAsOtherModulesExpect)
-{
-    EXPECT_EQ(VornEx::VORN_MODULE_INFO_VornEx.m_Module, 5U);
-    EXPECT_EQ(VornEx::VORN_MODULE_INFO_VornEx.m_Language, &VornEx::NLS::m_LngFile);
-    std::string order;
-    for (const auto* row = VornEx::ErrorMsgList; row->m_Code != 0; ++row)
-        order +=
-            std::to_string(row->m_Code - 0x20050000) + ">" + std::to_string(row->m_Index) + " ";
-    EXPECT_EQ(order, "1>0 6>1 5>2 2>3 7>4 3>5 4>6 8>7 ");
-}
-
 } // namespace

@@ -80,26 +80,21 @@ TEST_F(ModuleVersion, Entries)
 TEST_F(ModuleVersion, OddFiles)
 {
     CModuleImage good(true, Info.substr(12));
-    const struct
-    {
-        std::size_t m_At;
-        std::uint64_t m_Value;
-        std::size_t m_Width;
-        const char* m_Version;
-    } rows[] = {{1, 'e', 1, ""}, // no magic
-                {4, 0, 1, ""},   // no class
-                {4, 3, 1, ""},
-                {60, 1, 2, ""},               // one section header
-                {60, 2, 2, ""},               // names beyond the count
-                {58, 1, 2, "1.2.3"},          // their size is fixed
-                {44, 0xFFFFFFFF, 4, "1.2.3"}, // the high half
-                {good.OffsetField(CModuleImage::Info) + 4, 9, 4, "1.2.3"},
-                {good.SizeField(CModuleImage::Info), 11, 8, "1.2"}, // not beyond the section
-                {good.SizeField(CModuleImage::Names), 0, 8, "1.2.3"}};
-    for (const auto& row : rows)
-        EXPECT_EQ(VersionOf(CModuleImage(good).Number(row.m_At, row.m_Value, row.m_Width).m_Bytes),
-                  row.m_Version)
-            << row.m_At << ": " << row.m_Value;
+    const std::tuple<std::size_t, std::uint64_t, std::size_t, const char*> rows[] = {
+        {1, 'e', 1, ""}, // no magic
+        {4, 0, 1, ""},   // no class
+        {4, 3, 1, ""},
+        {60, 1, 2, ""},               // one section header
+        {60, 2, 2, ""},               // names beyond the count
+        {58, 1, 2, "1.2.3"},          // their size is fixed
+        {44, 0xFFFFFFFF, 4, "1.2.3"}, // the high half
+        {good.OffsetField(CModuleImage::Info) + 4, 9, 4, "1.2.3"},
+        {good.SizeField(CModuleImage::Info), 11, 8, "1.2"}, // not beyond the section
+        {good.SizeField(CModuleImage::Names), 0, 8, "1.2.3"}};
+    for (const auto& [at, value, width, version] : rows)
+        EXPECT_EQ(VersionOf(CModuleImage(good).Number(at, value, width).m_Bytes), version) << at;
+
+    EXPECT_EQ(VersionOf(CModuleImage(false, Info).Number(4, 3, 1).m_Bytes), "") << "no class";
 
     // The first section of the name counts, and section 0 never.
     CModuleImage twice(true, Info.substr(12) + std::string("version=4\0", 10));
@@ -255,15 +250,12 @@ TEST(RealModules, AsModinfoSays)
     const std::string root = variable != nullptr ? variable : "";
     const std::string folder = root + "/lib/modules/";
     std::map<std::string, std::string> versions; // by path
-    std::string* current = nullptr;
     for (const auto& line :
-         OutputOf("find " + folder + " -name '*.ko' -print0 2>/dev/null | xargs -0r modinfo")) {
-        char value[4096] = "";
-        if (std::sscanf(line.c_str(), "filename: %4095s", value) == 1)
-            current = &versions[value];
-        else if (std::sscanf(line.c_str(), "version: %4095s", value) == 1 && current->empty())
-            *current = value;
-    }
+         OutputOf("find " + folder +
+                  " -name '*.ko' -print0 2>/dev/null | xargs -0r modinfo | awk '"
+                  "$1 == \"filename:\" { if (f) print f, v; f = $2; v = \"\" }"
+                  "$1 == \"version:\" && v == \"\" { v = $2 } END { if (f) print f, v }'"))
+        versions[line.substr(0, line.find(' '))] = line.substr(line.find(' ') + 1);
     if (versions.empty())
         GTEST_SKIP() << "no uncompressed modules in " << folder << ", or no modinfo";
 

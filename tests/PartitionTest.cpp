@@ -27,7 +27,6 @@ Rows g_TablesAsked;
 int g_TablesMissing = 0;
 std::size_t g_NextMount = 0;
 
-int g_Interruptions = 0;
 long g_Reads = 0;
 off_t g_BadPosition = -1; // reading there fails
 
@@ -64,9 +63,8 @@ int endmntent(FILE* table) noexcept
 ssize_t read(int descriptor, void* buffer, size_t size)
 {
     ++g_Reads;
-    const bool interrupted = g_Interruptions > 0 && g_Interruptions-- > 0;
-    if (interrupted || (g_BadPosition >= 0 && lseek(descriptor, 0, SEEK_CUR) == g_BadPosition)) {
-        errno = interrupted ? EINTR : EIO;
+    if (g_BadPosition >= 0 && lseek(descriptor, 0, SEEK_CUR) == g_BadPosition) {
+        errno = EIO;
         return -1;
     }
     return syscall(SYS_read, descriptor, buffer, size);
@@ -83,7 +81,7 @@ protected:
     {
         g_Mounts.clear();
         g_TablesAsked.clear();
-        g_TablesMissing = g_Interruptions = 0;
+        g_TablesMissing = 0;
         g_BadPosition = -1;
     }
     ~Partition() override { EXPECT_EQ(OpenDescriptors(), m_Descriptors); }
@@ -172,35 +170,27 @@ TEST_F(Partition, HostileTablesEnd)
     EachRow("partitions", "images", [this](const CDataRow& row) {
         CDiskImage image(row.Number<std::size_t>(1));
         std::size_t at = 3;
-        const auto number = [&row, &at] { return row.Number<std::uint64_t>(at++); };
         while (row[at] != "LINES") {
-            const std::string what = row[at++];
-            const std::uint64_t a = number();
-            const std::uint64_t b = number();
-            if (what == "header") {
-                image.GptHeader(static_cast<std::uint32_t>(a), static_cast<std::uint32_t>(b));
-                continue;
-            }
-            const std::uint64_t c = number();
-            const std::uint64_t d = number();
-            if (what == "guid")
-                image.GptEntry(a, static_cast<std::uint8_t>(b), c, d);
+            const std::string& what = row[at++];
+            std::uint64_t n[5] = {};
+            for (auto& number : n)
+                if (row[at].find_first_not_of("0123456789ABCDEFx") == std::string::npos)
+                    number = row.Number<std::uint64_t>(at++);
+            if (what == "header")
+                image.GptHeader(static_cast<std::uint32_t>(n[0]), static_cast<std::uint32_t>(n[1]));
+            else if (what == "guid")
+                image.GptEntry(n[0], static_cast<std::uint8_t>(n[1]), n[2], n[3]);
             else
-                image.Entry(a, b, static_cast<std::uint8_t>(c), static_cast<std::uint32_t>(d),
-                            static_cast<std::uint32_t>(number()));
+                image.Entry(n[0], n[1], static_cast<std::uint8_t>(n[2]),
+                            static_cast<std::uint32_t>(n[3]), static_cast<std::uint32_t>(n[4]));
         }
-        Rows lines = Lines(image);
+        const Rows lines = Lines(image);
+        const Rows expected = row.From(at + 1);
         EXPECT_LE(g_Reads, row.Number(2));
-        Rows expected = row.From(at + 1);
-        for (std::size_t next = 0; next < expected.size(); ++next)
-            if (expected[next][0] == '*') { // any lines
-                const std::size_t count = std::stoul(expected[next].substr(2));
-                ASSERT_GE(lines.size(), next + count);
-                expected.erase(expected.begin() + static_cast<std::ptrdiff_t>(next));
-                lines.erase(lines.begin() + static_cast<std::ptrdiff_t>(next),
-                            lines.begin() + static_cast<std::ptrdiff_t>(next + count));
-            }
-        EXPECT_EQ(lines, expected);
+        if (!expected.empty() && expected[0] == "any")
+            EXPECT_EQ(lines.size(), std::stoul(expected[1]));
+        else
+            EXPECT_EQ(lines, expected);
     });
     // A read error does not move the position: it would come back for ever.
     g_BadPosition = 1024;
@@ -274,8 +264,6 @@ TEST_F(Partition, DamagedDisks)
             (whole >= 1 ? 1 : 0) + (whole >= 21 ? 1 : 0) + (whole >= 41 ? 1 : 0);
         EXPECT_EQ(Lines(part).size(), read) << cut;
     }
-    g_Interruptions = 3;
-    EXPECT_EQ(Lines(chain).size(), 3U) << "signals";
 
     std::mt19937 random(42);
     for (int round = 0; round < 300; ++round) {

@@ -11,6 +11,7 @@
 #include <gnutls/gnutls.h>
 #include <gnutls/x509.h>
 #include <poll.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/wait.h>
@@ -29,22 +30,18 @@ using CAnswers = std::map<std::string, std::string>;
 class CSmtpServer
 {
 public:
-    explicit CSmtpServer(CAnswers answers, unsigned short port = 0) : m_Answers(std::move(answers))
+    explicit CSmtpServer(CAnswers answers) : m_Answers(std::move(answers))
     {
         m_Listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        const int on = 1;
-        setsockopt(m_Listener, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
         sockaddr_in address{};
         address.sin_family = AF_INET;
-        address.sin_port = htons(port);
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t size = sizeof address;
-        if (bind(m_Listener, reinterpret_cast<sockaddr*>(&address), size) != 0)
-            return;
+        bind(m_Listener, reinterpret_cast<sockaddr*>(&address), size);
         listen(m_Listener, 5);
         getsockname(m_Listener, reinterpret_cast<sockaddr*>(&address), &size);
         m_Port = ntohs(address.sin_port);
-        if (pipe(m_Record) != 0 || (m_Child = fork()) != 0)
+        if ((m_Child = fork()) != 0)
             return;
         pollfd waiting = {m_Listener, POLLIN, 0};
         if (poll(&waiting, 1, 20000) == 1) {
@@ -54,9 +51,7 @@ public:
             setsockopt(m_Socket, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
             m_Seen = "connected\n";
             Serve();
-            for (std::size_t at = 0; at < m_Seen.size();)
-                at += static_cast<std::size_t>(
-                    write(m_Record[1], m_Seen.data() + at, m_Seen.size() - at));
+            _exit(write(m_Record, m_Seen.data(), m_Seen.size()) < 0 ? 1 : 0);
         }
         _exit(0);
     }
@@ -64,27 +59,25 @@ public:
     CSmtpServer& operator=(const CSmtpServer&) = delete;
     ~CSmtpServer()
     {
-        if (m_Child > 0) {
+        if (m_Child > 0)
             kill(m_Child, SIGKILL);
-            waitpid(m_Child, nullptr, 0);
-        }
-        for (const int descriptor : {m_Listener, m_Record[0], m_Record[1]})
-            close(descriptor);
+        Seen();
+        close(m_Listener);
+        close(m_Record);
     }
 
-    // 0 when the port could not be had.
     unsigned short Port() const { return m_Port; }
     std::string Place() const { return "127.0.0.1:" + std::to_string(m_Port); }
 
     // After the client: "connected", then each line as it came, the message without its dots.
     std::string Seen()
     {
-        close(m_Record[1]);
-        m_Record[1] = -1;
-        char block[65536];
-        for (ssize_t got; (got = read(m_Record[0], block, sizeof block)) > 0;)
-            m_Seen.append(block, static_cast<std::size_t>(got));
-        return m_Seen;
+        if (m_Child > 0)
+            waitpid(m_Child, nullptr, 0);
+        m_Child = -1;
+        std::string seen(static_cast<std::size_t>(lseek(m_Record, 0, SEEK_END)), '\0');
+        pread(m_Record, seen.data(), seen.size(), 0);
+        return seen;
     }
 
 private:
@@ -160,8 +153,6 @@ private:
     void Serve()
     {
         std::string line;
-        if (m_Port == 465 && !StartTls())
-            return;
         for (bool open = Answer("", "220 test\r\n"); open && Next("\r\n", line);) {
             // A client that gives up TLS goes on behind what it had sent of it.
             if (const std::size_t at = line.rfind("EHLO "); at != std::string::npos)
@@ -222,7 +213,7 @@ private:
 
     CAnswers m_Answers;
     int m_Listener = -1;
-    int m_Record[2] = {-1, -1};
+    int m_Record = memfd_create("seen", MFD_CLOEXEC);
     int m_Socket = -1;
     pid_t m_Child = -1;
     unsigned short m_Port = 0;

@@ -149,9 +149,10 @@ TEST(Strings, ViewsAndParts)
     EXPECT_TRUE(_TEmpty == "" && _TEmpty != CSubStringRef("\0", 1));
 
     CStringEx text{CSubStringRef("/opt/app/sbin")};
+    const CStringEx before(text);
     auto part = text.Part(9);
     part.InsertReplace("bin", 0);
-    EXPECT_TRUE(text == "/opt/app/bin" && CSubStringRef(part) == "bin");
+    EXPECT_TRUE(text == "/opt/app/bin" && CSubStringRef(part) == "bin" && before == path);
     text.Part(1, 3).InsertReplace(text.m_Text, 8);
     EXPECT_TRUE(text == "//opt/app/app/bin");
     text.Part(99, 5).InsertReplace("!", 0);

@@ -7,10 +7,10 @@
 
 #include <regex/Regexp.h>
 #include <vorn/Threading.h>
-#include <vorn/Trace.h>
-#include <vornex/Module.h>
 #include <vornex/Numbers.h>
 
+#include "CapturedTrace.h"
+#include "Raised.h"
 #include "Services.h"
 
 #if defined(__has_feature)
@@ -83,10 +83,9 @@ TEST(Threads, OneRegularExpression)
 // Sinks and masks change while others trace and raise.
 TEST(Threads, TraceAndErrors)
 {
-    auto& mask = VornEx::VORN_MODULE_INFO_VornEx.m_TraceMask;
-    const unsigned int before = mask;
     std::atomic<long> lines{0};
     std::atomic<int> wrong{0};
+    const CCapturedTrace before(0); // puts sink and mask back
     InThreads([&](int number) {
         for (int round = 0; round < 300; ++round) {
             if (number == 0) {
@@ -96,30 +95,22 @@ TEST(Threads, TraceAndErrors)
                         ++*own;
                         ++lines;
                     });
-                mask = Vorn::Internals::TraceDetail | Vorn::Internals::TraceEnterLeave;
-                continue;
-            }
-            if (number == 1) {
+                VornEx::VORN_MODULE_INFO_VornEx.m_TraceMask = 0x12;
+            } else if (number == 1) {
                 const Vorn::Threading::CThrowDisable disabled;
                 wrong += VornEx::atoui32("99999999999", 10) != 0xFFFFFFFFU ? 1 : 0;
-                continue;
+            } else {
+                const std::string text = std::to_string(number) + "x" + std::to_string(round);
+                wrong += RaisedRecord([&] { VornEx::atoi32(text.c_str(), 10); }) !=
+                                 "2005000A:127; atoi32 (" + text + ") Src/Str2Num.cpp:130"
+                             ? 1
+                             : 0;
+                Result(Services()[4]);
             }
-            const std::string text = std::to_string(number) + "x" + std::to_string(round);
-            try {
-                VornEx::atoi32(text.c_str(), 10);
-                ++wrong;
-            } catch (unsigned int) {
-                const auto& error = Vorn::Exceptions::LastError();
-                if (std::string(error.Context().front().m_Text) != "atoi32 (" + text + ")")
-                    ++wrong;
-            }
-            Result(Services()[4]);
         }
     });
     EXPECT_EQ(wrong, 0);
     EXPECT_GT(lines, 0);
-    mask = before;
-    Vorn::Internals::SetTraceSink({});
 }
 
 } // namespace

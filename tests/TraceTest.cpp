@@ -1,14 +1,11 @@
-// Trace lines: the gate, the sink, and both from several threads.
+// Trace lines: the gate and the sink. Both from several threads: ThreadsTest.cpp.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cerrno>
 
 #include <vornex/vornex.h>
 
 #include "CapturedTrace.h"
-
-using Vorn::Internals::SetTraceSink;
 
 namespace {
 
@@ -25,7 +22,7 @@ struct CCounted
         ++s_Conversions;
         return "counted";
     }
-    static inline std::atomic<int> s_Conversions{0};
+    static inline int s_Conversions = 0;
 };
 
 void TraceOne(unsigned int level)
@@ -34,17 +31,7 @@ void TraceOne(unsigned int level)
                            "text %s %d%%", CCounted{}, -3);
 }
 
-class Trace : public testing::Test
-{
-protected:
-    void TearDown() override
-    {
-        Mask() = 0;
-        SetTraceSink({});
-    }
-};
-
-TEST_F(Trace, NothingIsBuiltWhileTheBitIsClear)
+TEST(Trace, NothingIsBuiltWhileTheBitIsClear)
 {
     const CCapturedTrace trace(0);
     for (const unsigned int mask : {0U, 0x2U, ~0x10U}) {
@@ -61,15 +48,15 @@ TEST_F(Trace, NothingIsBuiltWhileTheBitIsClear)
     EXPECT_EQ(trace.m_Places, std::vector<std::string>{"vornex 16 Src/Here.cpp:11"});
 }
 
-TEST_F(Trace, WatchingDoesNotChangeWhatIsWatched)
+TEST(Trace, WatchingDoesNotChangeWhatIsWatched)
 {
+    const CCapturedTrace before(0x10); // puts the sink back
     std::string text;
-    SetTraceSink([&text](const Vorn::Internals::CTraceLine& line) {
+    Vorn::Internals::SetTraceSink([&text](const Vorn::Internals::CTraceLine& line) {
         text = std::string_view(line.m_Text);
         errno = EBADF;
         throw 1; // swallowed
     });
-    Mask() = 0x10;
     errno = ENOENT;
     // More than a string can hold: the line arrives without it.
     const Vorn::Strings::CSubStringRef huge("", 0xFFFFFFFFU);
@@ -79,7 +66,7 @@ TEST_F(Trace, WatchingDoesNotChangeWhatIsWatched)
     EXPECT_EQ(errno, ENOENT);
 }
 
-TEST_F(Trace, ServiceLineArrives)
+TEST(Trace, ServiceLineArrives)
 {
     const CCapturedTrace trace(0x10);
     unsigned int cores = 0;
@@ -92,9 +79,10 @@ TEST_F(Trace, ServiceLineArrives)
                                     (hyperThreading ? "true" : "false"));
 }
 
-TEST_F(Trace, DefaultSinkWritesOneLineToStandardError)
+TEST(Trace, DefaultSinkWritesOneLineToStandardError)
 {
-    Mask() = 0x2;
+    const CCapturedTrace before(0x2);
+    Vorn::Internals::SetTraceSink({});
     testing::internal::CaptureStderr();
     Vorn::Internals::Trace(VornEx::VORN_MODULE_INFO_VornEx, 0x2, "Src/Here.cpp", 12, "%s",
                            "odd %s text\n\x1B[2J\t\xC3\xA9");

@@ -59,6 +59,7 @@ public:
     static const T _def;
 
 protected:
+    friend struct CLayoutCheck; // Src/Layout.cpp
     T* m_Elements = nullptr;
     int m_Count = 0;
 };
@@ -185,6 +186,7 @@ protected:
     }
 
 private:
+    friend struct CLayoutCheck; // Src/Layout.cpp
     // The growth of Push, out of line: twice, at least eight.
     VORN_REGEX_APART void GrowToHold(int count, int more)
     {
@@ -267,6 +269,7 @@ public:
     }
 
 private:
+    friend struct CLayoutCheck; // Src/Layout.cpp
     int Find(const T& value) const
     {
         int low = 0;

@@ -67,6 +67,7 @@ public:
     static int Hex2Int(const Char* s, int mostDigits, int& used);
 
 private:
+    friend struct CLayoutCheck; // Src/Layout.cpp
     enum StockElement
     {
         Empty = 0,
@@ -153,14 +154,12 @@ private:
     int m_MaxGroup = 0;
     int m_NamedCount = 0;
     int m_TableSize = 0;
-    CElementMemory m_Memory;              // where the elements are
     CBufferT<ElxInterface*> m_Objects;    // every element; null for one that could not be made
     CBufferT<ElxInterface*> m_GroupTable; // by group number, what a call enters
     CBufferT<CDelegateElxT<Char>*> m_Calls;
     CBufferT<CListElxT<0>*> m_NamedGroups; // in order of appearance; once bound, of their names
     CBufferT<CBackrefElxT<Char>*> m_NamedBackrefs;
     CBufferT<CConditionElxT<Char>*> m_NamedConditions;
-    CBufferT<Char> m_Literal; // the text of the string element that is being made
     CBufferRefT<Char> m_Pattern;
     CToken m_Previous;
     CToken m_Current;
@@ -171,7 +170,10 @@ private:
     int m_Quoting = 0;
     int (*m_QuoteCase)(int) = nullptr;
     ElxInterface* m_Stock[StockElements] = {};
-    int m_Nesting = 0; // of groups and classes, while compiling
+    // The row of fields that Src/Layout.cpp fixes ends here.
+    CElementMemory m_Memory;  // where the elements are
+    CBufferT<Char> m_Literal; // the text of the string element that is being made
+    int m_Nesting = 0;        // of groups and classes, while compiling
     bool m_LeavesStale = false;
     bool m_LooksAtCaptures = false;
     CBufferT<CGreedyElxT<0>*> m_OpenRepetitions; // general ones without a maximum

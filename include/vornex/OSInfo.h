@@ -68,6 +68,7 @@ public:
     bool GetOSFeatures(Vorn::Strings::CStringVar& features) const;
 
 private:
+    friend struct CLayoutCheck; // Src/Layout.cpp
     Vorn::Strings::CStringVar m_Vendor;
     Vorn::Strings::CStringVar m_Product;
     Vorn::Strings::CStringVar m_Version;

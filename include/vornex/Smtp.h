@@ -147,6 +147,7 @@ public:
     int TranslateEtPanToESmtp(int etpanCode);
 
 private:
+    friend struct CLayoutCheck; // Src/Layout.cpp
     bool AddList(std::vector<Recipient>& recipients, const Vorn::Strings::CStringRef& list,
                  const char* operation);
     bool AddNamed(std::vector<Recipient>& recipients, const Vorn::Strings::CStringRef& address,

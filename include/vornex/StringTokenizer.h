@@ -43,6 +43,7 @@ public:
     void Tail(Vorn::Strings::CStringVar& rest) const;
 
 private:
+    friend struct CLayoutCheck; // Src/Layout.cpp
     Vorn::Strings::TString<16> m_Text;
     std::uint32_t m_Delimiters[8]; // byte value b: bit b % 32 of word b / 32
     std::uint32_t m_Position;      // where the next scan starts

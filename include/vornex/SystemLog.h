@@ -42,6 +42,7 @@ public:
     bool Close();
 
 private:
+    friend struct CLayoutCheck;            // Src/Layout.cpp
     Vorn::Strings::TString<64> m_Reserved; // kept empty
     Vorn::Strings::TString<64> m_Identity; // empty means closed
 };
