@@ -21,7 +21,7 @@ public:
     ~CPipeSignalBlock();
 
 private:
-    sigset_t m_Before;
+    sigset_t m_Before{};
     bool m_WasPending = false;
 };
 

@@ -13,6 +13,7 @@
 #include <clocale>
 #include <cstdint>
 #include <cstdlib>
+#include <memory>
 #include <vector>
 
 #include <fcntl.h>
@@ -97,31 +98,41 @@ void Expand(const char*& at, const char* file, const CLocaleName& locale, String
         path << file;
 }
 
+struct CDescriptor
+{
+    int m_Number;
+    ~CDescriptor() { close(m_Number); }
+};
+
 // The whole file; empty when it cannot be read or is larger than any catalogue of messages.
 std::vector<unsigned char> Content(const char* path)
 {
     constexpr off_t MostBytes = off_t{16} << 20U;
 
     std::vector<unsigned char> content;
-    const int descriptor = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (descriptor < 0)
+    int opened = -1;
+    do {
+        opened = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    } while (opened < 0 && errno == EINTR);
+    if (opened < 0)
         return content;
+    const CDescriptor file{opened};
     struct stat status
     {};
-    if (fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) && status.st_size <= MostBytes) {
-        content.resize(static_cast<std::size_t>(status.st_size));
-        std::size_t filled = 0;
-        while (filled < content.size()) {
-            const ssize_t got = read(descriptor, content.data() + filled, content.size() - filled);
-            if (got < 0 && errno == EINTR)
-                continue;
-            if (got <= 0)
-                break;
-            filled += static_cast<std::size_t>(got);
-        }
-        content.resize(filled);
+    if (fstat(file.m_Number, &status) != 0 || !S_ISREG(status.st_mode) ||
+        status.st_size > MostBytes)
+        return content;
+    content.resize(static_cast<std::size_t>(status.st_size));
+    std::size_t filled = 0;
+    while (filled < content.size()) {
+        const ssize_t got = read(file.m_Number, content.data() + filled, content.size() - filled);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            break;
+        filled += static_cast<std::size_t>(got);
     }
-    close(descriptor);
+    content.resize(filled);
     return content;
 }
 
@@ -169,11 +180,12 @@ bool TextFrom(const char* path, unsigned int set, unsigned int number, Strings::
     // NOLINTNEXTLINE(performance-no-int-to-ptr): the failure value that catopen defines
     if (catalogue == reinterpret_cast<nl_catd>(-1))
         return false;
+    const auto closing = [](nl_catd opened) { catclose(opened); };
+    const std::unique_ptr<void, decltype(closing)> owner(catalogue, closing);
     const char* const found =
         catgets(catalogue, static_cast<int>(set), static_cast<int>(number), nullptr);
     if (found != nullptr)
         text = found;
-    catclose(catalogue);
     return found != nullptr;
 }
 

@@ -8,13 +8,14 @@
 #include <malloc.h>
 #include <unistd.h>
 
+#include "ScratchFolder.h"
 #include "Services.h"
 
 namespace {
 
 struct CHolding
 {
-    int m_Descriptors = 0;
+    std::size_t m_Descriptors = 0;
     std::size_t m_HeapBytes = 0;
     long m_ResidentKiB = 0;
 };
@@ -34,7 +35,7 @@ CHolding Holding()
 
 void Show(long rounds, const CHolding& holding)
 {
-    std::printf("after %7ld rounds: %d descriptors, %zu bytes of heap, %ld KiB resident\n", rounds,
+    std::printf("after %7ld rounds: %zu descriptors, %zu bytes of heap, %ld KiB resident\n", rounds,
                 holding.m_Descriptors, holding.m_HeapBytes, holding.m_ResidentKiB);
 }
 

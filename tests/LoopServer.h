@@ -1,5 +1,5 @@
-// A friendly SMTP server behind a UNIX socket, in a process of its own: one connection after the
-// other, for as long as the object or the process that made it lives.
+// A friendly SMTP server, where anybody may log in, behind a UNIX socket, in a process of its own:
+// one connection after the other, for as long as the object or the process that made it lives.
 #pragma once
 
 #include <csignal>
@@ -75,8 +75,11 @@ private:
                 answer = "354 go on\r\n";
             } else if (line == "QUIT") {
                 answer = nullptr;
+            } else if (line.rfind("AUTH", 0) == 0) {
+                answer = "235 come in\r\n";
             } else {
-                answer = "250 ok\r\n";
+                answer =
+                    line.rfind("EHLO", 0) == 0 ? "250-loop\r\n250 AUTH PLAIN\r\n" : "250 ok\r\n";
             }
         }
         close(connection);

@@ -8,6 +8,7 @@
 #include <vornex/Numbers.h>
 
 #include "FailingMemory.h"
+#include "ScratchFolder.h"
 #include "Services.h"
 
 namespace {
@@ -37,18 +38,9 @@ COutcome RunWith(const CService& service, long first, long last)
     g_Allocations = 0;
     g_FirstFailing = first;
     g_LastFailing = last;
-    std::string result;
     g_Counting = true;
-    try {
-        result = service.m_Call();
-        g_Counting = false;
-    } catch (const std::bad_alloc&) {
-        g_Counting = false;
-        result = "no memory";
-    } catch (unsigned int code) {
-        g_Counting = false;
-        result = "raised " + std::to_string(code);
-    }
+    std::string result = Result(service);
+    g_Counting = false;
     return {result, g_Allocations};
 }
 
@@ -81,7 +73,7 @@ TEST_P(MemoryFailure, EveryAllocationOfEveryService)
         for (const bool alone : {true, false}) {
             for (long nth = 1; nth <= whole.m_Allocations; ++nth) {
                 SCOPED_TRACE(std::to_string(nth) + (alone ? " alone" : " and all behind"));
-                const int descriptors = OpenDescriptors();
+                const auto descriptors = OpenDescriptors();
                 {
                     const COutcome outcome = RunWith(service, nth, alone ? nth : All);
                     failures += outcome.m_Result == "no memory" ? 1 : 0;
@@ -111,7 +103,7 @@ TEST_P(MemoryFailure, RaisedErrorsArrive)
                             [] { return std::to_string(VornEx::atoi32(text.c_str(), 10)); }, true};
     std::thread([&raise] { // with a record of its own, where the first line of context allocates
         for (long nth = 1; nth <= 3; ++nth)
-            EXPECT_EQ(RunWith(raise, nth, 100).m_Result, "raised 537198602");
+            EXPECT_EQ(RunWith(raise, nth, 100).m_Result, "raised 2005000a");
         EXPECT_GT(RunWith(raise, 1, 100).m_Allocations, 0);
     })
         .join();

@@ -15,13 +15,20 @@ struct CService
 // All but those that make noise: beep and reboot.
 const std::vector<CService>& Services();
 
-// The result of a call; what it raises as "raised CODE", memory that ends as "no memory".
+// The result of a call; what it raises as "raised CODE" in hexadecimal, memory that ends as "no
+// memory".
 std::string Result(const CService& service);
 
-// Descriptors that are open now.
-int OpenDescriptors();
-
-// Asked before each system call that a service makes; null: all go through. 0: it goes through, -1:
-// a read or write gets one byte, otherwise the call fails with this errno.
+// Asked before each system or library call that a service makes (FallibleCalls.cpp); null: all go
+// through. 0: it goes through; otherwise it fails with this error, but where that is -1, a read or
+// write gets one byte, and where it is -2, STARTTLS seems to have been taken.
 using FaultHook = int (*)(const char* call);
 extern FaultHook g_Fault;
+
+// What stands for files and a server of the system. Lives as long as the process.
+struct CEnvironment
+{
+    std::string m_ClassicDisk, m_GuidDisk, m_Mounts, m_Module, m_ModuleList, m_Release;
+    std::string m_Server;
+};
+const CEnvironment& Environment();

@@ -196,6 +196,8 @@ private:
         gnutls_x509_crt_sign2(certificate, certificate, key, GNUTLS_DIG_SHA256, 0);
         gnutls_certificate_allocate_credentials(&credentials);
         gnutls_certificate_set_x509_key(credentials, &certificate, 1, key);
+        gnutls_x509_crt_deinit(certificate); // it has copies
+        gnutls_x509_privkey_deinit(key);
         gnutls_session_t session = nullptr;
         gnutls_init(&session, GNUTLS_SERVER);
         gnutls_set_default_priority(session);

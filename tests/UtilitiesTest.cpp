@@ -7,12 +7,12 @@
 #include <cpuid.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <ucontext.h>
 
 #include <vornex/Utilities.h>
 
 #include "DataTable.h"
+#include "InChild.h"
 #include "ScratchFolder.h"
 
 namespace {
@@ -90,18 +90,6 @@ class Utilities : public testing::Test
 protected:
     void SetUp() override { std::memset(g_System, 0, sizeof *g_System); }
 };
-
-// Runs the body in a child of its own and gives its exit status.
-template <class Body>
-int InChild(Body body)
-{
-    const pid_t child = fork();
-    if (child == 0)
-        _exit(body());
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
 
 TEST_F(Utilities, BoundedCopyAndAppend)
 {
