@@ -8,7 +8,12 @@ namespace VornEx::Internals {
 
 namespace {
 
-constexpr const char* Source = "Src/LateLibrary.cpp";
+void TraceFailure(unsigned int line)
+{
+    const char* const reason = dlerror();
+    TraceDetail("Src/LateLibrary.cpp", line, "CLateSymbols () -> %s",
+                reason != nullptr ? reason : "no reason given");
+}
 
 } // namespace
 
@@ -16,7 +21,7 @@ CLateSymbols::CLateSymbols(const char* library)
     : m_Library(library != nullptr ? dlopen(library, RTLD_NOW | RTLD_LOCAL) : nullptr)
 {
     if (library != nullptr && m_Library == nullptr)
-        TraceDetail(Source, __LINE__, "CLateSymbols () -> %s", dlerror());
+        TraceFailure(__LINE__);
 }
 
 void* CLateSymbols::Find(const char* name) const
@@ -25,7 +30,7 @@ void* CLateSymbols::Find(const char* name) const
     if (found == nullptr)
         found = dlsym(m_Library, name);
     if (found == nullptr)
-        TraceDetail(Source, __LINE__, "CLateSymbols () -> %s", dlerror());
+        TraceFailure(__LINE__);
     return found;
 }
 

@@ -109,7 +109,8 @@ TEST(SystemCallFailure, FirstDelivery)
         const char* m_Call;
         int m_Nth;
         const char* m_Result;
-    } rows[] = {{"dladdr", 1, "sent, 0"},           {"dlopen", 1, "sent, 0"},
+    } rows[] = {{"dlopen", 1, "not sent, 0"}, // libetpan
+                {"dladdr", 1, "sent, 0"},           {"dlopen", 2, "sent, 0"},
                 {"readlink", 1, "sent, 0"},         {"stat", 1, "sent, 0"},
                 {"sasl_client_init", 1, "sent, 0"}, {"sasl_client_init", Each, "not sent, 17"}};
     for (const auto& row : rows)
