@@ -8,7 +8,6 @@
 #include <new>
 
 #include <dlfcn.h>
-#include <sasl/sasl.h>
 #include <sys/stat.h>
 
 #include <vorn/Application.h>
@@ -19,6 +18,7 @@
 
 namespace VornEx {
 
+using Internals::Mail;
 using Internals::TraceCall;
 using Internals::TraceDetail;
 using Vorn::Strings::CStringRef;
@@ -280,16 +280,16 @@ void UseRealLocksInSasl()
     Dl_info self{};
     if (dladdr(&SaslDirectory, &self) != 0)
         dlopen(self.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
-    sasl_set_mutex([]() -> void* { return new (std::nothrow) std::mutex; },
-                   [](void* mutex) {
-                       static_cast<std::mutex*>(mutex)->lock();
-                       return SASL_OK;
-                   },
-                   [](void* mutex) {
-                       static_cast<std::mutex*>(mutex)->unlock();
-                       return SASL_OK;
-                   },
-                   [](void* mutex) { delete static_cast<std::mutex*>(mutex); });
+    Mail().sasl_set_mutex([]() -> void* { return new (std::nothrow) std::mutex; },
+                          [](void* mutex) {
+                              static_cast<std::mutex*>(mutex)->lock();
+                              return SASL_OK;
+                          },
+                          [](void* mutex) {
+                              static_cast<std::mutex*>(mutex)->unlock();
+                              return SASL_OK;
+                          },
+                          [](void* mutex) { delete static_cast<std::mutex*>(mutex); });
 }
 
 // Has mechanisms loaded from the directory, if it exists. The first call in the process decides:
@@ -303,10 +303,10 @@ void mailsmtp_auth_path(const char* directory)
         if (directory[0] == '/' && stat(directory, &status) == 0 && S_ISDIR(status.st_mode)) {
             Vorn::Strings::TString<128> path; // SASL copies it, though it does not say const
             path = directory;
-            sasl_set_path(SASL_PATH_TYPE_PLUGIN, path.m_Text);
+            Mail().sasl_set_path(SASL_PATH_TYPE_PLUGIN, path.m_Text);
         }
         // Never ended: libetpan starts and leaves it with every session.
-        return sasl_client_init(nullptr);
+        return Mail().sasl_client_init(nullptr);
     }();
     static_cast<void>(started);
 }
@@ -334,8 +334,8 @@ int Connect(Internals::CGuardedSession& session, const char* host, unsigned shor
                 host, static_cast<int>(port));
     if (!Internals::DescriptorsFitSelect())
         return MAILSMTP_ERROR_CONNECTION_REFUSED;
-    const int result = ssl ? mailsmtp_ssl_connect(session.Get(), host, port)
-                           : mailsmtp_socket_connect(session.Get(), host, port);
+    const int result = ssl ? Mail().mailsmtp_ssl_connect(session.Get(), host, port)
+                           : Mail().mailsmtp_socket_connect(session.Get(), host, port);
     if (result != MAILSMTP_NO_ERROR)
         return result;
     return session.GuardStream() ? MAILSMTP_NO_ERROR : MAILSMTP_ERROR_MEMORY;
@@ -344,12 +344,12 @@ int Connect(Internals::CGuardedSession& session, const char* host, unsigned shor
 // Tells by `extended` whether the server knows EHLO.
 int Greet(mailsmtp* session, bool& extended)
 {
-    extended = mailesmtp_ehlo(session) == MAILSMTP_NO_ERROR;
+    extended = Mail().mailesmtp_ehlo(session) == MAILSMTP_NO_ERROR;
     if (extended) {
         TraceDetail(Source, __LINE__, "CSmtp::Send () -> mailesmtp_ehlo");
         return MAILSMTP_NO_ERROR;
     }
-    const int result = mailsmtp_helo(session);
+    const int result = Mail().mailsmtp_helo(session);
     if (result == MAILSMTP_NO_ERROR)
         TraceDetail(Source, __LINE__, "CSmtp::Send () -> mailsmtp_helo");
     return result;
@@ -365,7 +365,7 @@ int Authenticate(mailsmtp* session, bool extended, const CStringVar& user,
                 password.m_Length == 0 ? "CSmtp::Send () -> mailsmtp_auth (%s)"
                                        : "CSmtp::Send () -> mailsmtp_auth (%s, ****)",
                 user);
-    return mailsmtp_auth(session, user.m_Text, password.m_Text);
+    return Mail().mailsmtp_auth(session, user.m_Text, password.m_Text);
 }
 
 int GiveSender(mailsmtp* session, bool extended, const CStringVar& from)
@@ -374,8 +374,8 @@ int GiveSender(mailsmtp* session, bool extended, const CStringVar& from)
                 extended ? "CSmtp::Send () -> mailesmtp_mail (%s)"
                          : "CSmtp::Send () -> mailsmtp_mail (%s)",
                 from);
-    return extended ? mailesmtp_mail(session, from.m_Text, ReturnFull, EnvelopeId)
-                    : mailsmtp_mail(session, from.m_Text);
+    return extended ? Mail().mailesmtp_mail(session, from.m_Text, ReturnFull, EnvelopeId)
+                    : Mail().mailsmtp_mail(session, from.m_Text);
 }
 
 int GiveRecipients(mailsmtp* session, bool extended,
@@ -387,8 +387,8 @@ int GiveRecipients(mailsmtp* session, bool extended,
                              : "CSmtp::Send () -> mailsmtp_rcpt %s (%s)",
                     list, recipient.m_Address);
         const char* const address = recipient.m_Address.m_Text;
-        const int result = extended ? mailesmtp_rcpt(session, address, Notify, nullptr)
-                                    : mailsmtp_rcpt(session, address);
+        const int result = extended ? Mail().mailesmtp_rcpt(session, address, Notify, nullptr)
+                                    : Mail().mailsmtp_rcpt(session, address);
         if (result != MAILSMTP_NO_ERROR)
             return result;
     }
@@ -450,7 +450,7 @@ bool CSmtp::Send()
             return fail(result, "LEAVE CSmtp::Send () -> mailesmtp_rcpt/mailsmtp_rcpt failed %d");
 
     TraceDetail(Source, __LINE__, "CSmtp::Send () -> mailsmtp_data");
-    if (const int result = mailsmtp_data(session.Get()))
+    if (const int result = Mail().mailsmtp_data(session.Get()))
         return fail(result, "LEAVE CSmtp::Send () -> mailsmtp_data failed %d");
 
     Vorn::Strings::TString<128> message;
@@ -463,7 +463,8 @@ bool CSmtp::Send()
 
     TraceDetail(Source, __LINE__, "CSmtp::Send () -> mailsmtp_data_message");
     session.BeginMessage();
-    if (const int result = mailsmtp_data_message(session.Get(), message.m_Text, message.m_Length))
+    if (const int result =
+            Mail().mailsmtp_data_message(session.Get(), message.m_Text, message.m_Length))
         return fail(result, "LEAVE CSmtp::Send () -> mailsmtp_data_message failed %d");
 
     TraceDetail(Source, __LINE__, "CSmtp::Send () -> mailsmtp_free");
@@ -476,33 +477,33 @@ namespace {
 
 int SwitchToTls(mailsmtp* session)
 {
-    if (const int result = mailesmtp_starttls(session)) {
+    if (const int result = Mail().mailesmtp_starttls(session)) {
         TraceCall(Source, __LINE__, "LEAVE StartSmtpTls () -> mailesmtp_starttls failed %d",
                   result);
         return result;
     }
-    mailstream_low* const plain = mailstream_get_low(session->stream);
+    mailstream_low* const plain = Mail().mailstream_get_low(session->stream);
     if (plain == nullptr) {
         TraceCall(Source, __LINE__, "LEAVE StartSmtpTls () -> mailstream_get_low failed");
         return TlsFailed;
     }
-    const int socket = mailstream_low_get_fd(plain);
+    const int socket = Mail().mailstream_low_get_fd(plain);
     if (socket < 0) {
         TraceCall(Source, __LINE__, "LEAVE StartSmtpTls () -> mailstream_low_get_fd failed");
         return TlsFailed;
     }
-    mailstream_low* tls = mailstream_low_tls_open(socket);
+    mailstream_low* tls = Mail().mailstream_low_tls_open(socket);
     if (tls == nullptr) {
         TraceCall(Source, __LINE__,
                   "LEAVE StartSmtpTls () -> mailstream_low_tls_open failed; continue");
-        tls = mailstream_low_ssl_open(socket);
+        tls = Mail().mailstream_low_ssl_open(socket);
     }
     if (tls == nullptr) {
         TraceCall(Source, __LINE__, "LEAVE StartSmtpTls () -> mailstream_low_ssl_open failed");
         return TlsFailed;
     }
-    mailstream_low_free(plain);
-    mailstream_set_low(session->stream, tls);
+    Mail().mailstream_low_free(plain);
+    Mail().mailstream_set_low(session->stream, tls);
     return 0;
 }
 
@@ -510,7 +511,7 @@ int SwitchToTls(mailsmtp* session)
 
 int StartSmtpTls(mailsmtp* session)
 {
-    if (session == nullptr)
+    if (session == nullptr || !Internals::LoadMailLibrary())
         return TlsFailed;
     const int result = SwitchToTls(session);
     // What was sent ahead would be taken for the answer to the next command.

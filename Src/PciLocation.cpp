@@ -7,6 +7,8 @@
 
 #include <pciaccess.h>
 
+#include "LateLibrary.h"
+
 namespace VornEx {
 
 namespace {
@@ -14,28 +16,49 @@ namespace {
 using Vorn::Strings::CStringRef;
 using Vorn::Strings::CSubStringRef;
 
+#define PCI_SYMBOLS(SYMBOL)                                                                        \
+    SYMBOL(pci_device_next)                                                                        \
+    SYMBOL(pci_iterator_destroy)                                                                   \
+    SYMBOL(pci_slot_match_iterator_create)                                                         \
+    SYMBOL(pci_system_cleanup)                                                                     \
+    SYMBOL(pci_system_init)
+
+struct CPciLibrary
+{
+    PCI_SYMBOLS(VORNEX_LATE_MEMBER)
+};
+
+bool Bind([[maybe_unused]] const Internals::CLateSymbols& late, CPciLibrary& table)
+{
+    bool isBound = true;
+    PCI_SYMBOLS(VORNEX_LATE_BIND)
+    return isBound;
+}
+
+Internals::CLateLibrary<CPciLibrary> s_Library(VORNEX_LIBPCIACCESS, Bind);
+
 // libpciaccess while it is in use.
 class CPciAccess
 {
 public:
-    CPciAccess() : m_Ready(pci_system_init() == 0) {}
+    CPciAccess() : m_Library(s_Library.Get())
+    {
+        if (m_Library != nullptr && m_Library->pci_system_init() != 0)
+            m_Library = nullptr;
+    }
     ~CPciAccess()
     {
-        if (m_Ready)
-            pci_system_cleanup();
+        if (m_Library != nullptr)
+            m_Library->pci_system_cleanup();
     }
     CPciAccess(const CPciAccess&) = delete;
     CPciAccess& operator=(const CPciAccess&) = delete;
 
-    bool IsReady() const { return m_Ready; }
+    bool IsReady() const { return m_Library != nullptr; }
+    const CPciLibrary* operator->() const { return m_Library; }
 
 private:
-    bool m_Ready;
-};
-
-struct CDestroyIterator
-{
-    void operator()(pci_device_iterator* iterator) const { pci_iterator_destroy(iterator); }
+    const CPciLibrary* m_Library;
 };
 
 // An identifier as four lower-case digits.
@@ -76,10 +99,10 @@ bool Locate(unsigned int instance, CAddress address, Matches matches)
     const CPciAccess access;
     if (!access.IsReady())
         return false;
-    const std::unique_ptr<pci_device_iterator, CDestroyIterator> iterator(
-        pci_slot_match_iterator_create(nullptr));
+    const std::unique_ptr<pci_device_iterator, decltype(access->pci_iterator_destroy)> iterator(
+        access->pci_slot_match_iterator_create(nullptr), access->pci_iterator_destroy);
     unsigned int left = instance;
-    while (const pci_device* const device = pci_device_next(iterator.get())) {
+    while (const pci_device* const device = access->pci_device_next(iterator.get())) {
         const unsigned int found =
             matches(CIdentifier(device->vendor_id), CIdentifier(device->device_id));
         if (left != 0 && left <= found) {

@@ -126,8 +126,8 @@ private:
             if (result >= 0 || errno != EINTR)
                 return result;
             if (first)
-                end = Clock::now() + std::chrono::seconds(mailstream_network_delay.tv_sec) +
-                      std::chrono::microseconds(mailstream_network_delay.tv_usec);
+                end = Clock::now() + std::chrono::seconds(Mail().mailstream_network_delay->tv_sec) +
+                      std::chrono::microseconds(Mail().mailstream_network_delay->tv_usec);
             else if (Clock::now() >= end)
                 return -1;
         }
@@ -138,11 +138,12 @@ private:
     // forgets that it was asked as soon as something is sent: the first wait is the time to ask.
     void AcknowledgeAtOnce()
     {
-        if (m_HasRead || m_Inner->driver == mailstream_socket_driver)
+        if (m_HasRead || m_Inner->driver == *Mail().mailstream_socket_driver)
             return;
         m_HasRead = true;
         const int on = 1;
-        setsockopt(mailstream_low_get_fd(m_Inner), IPPROTO_TCP, TCP_QUICKACK, &on, sizeof on);
+        setsockopt(Mail().mailstream_low_get_fd(m_Inner), IPPROTO_TCP, TCP_QUICKACK, &on,
+                   sizeof on);
     }
 
     static ssize_t Read(mailstream_low* low, void* buffer, std::size_t size)
@@ -172,28 +173,31 @@ private:
         return written;
     }
 
-    static int Close(mailstream_low* low) { return mailstream_low_close(Of(low).m_Inner); }
+    static int Close(mailstream_low* low) { return Mail().mailstream_low_close(Of(low).m_Inner); }
 
-    static int Descriptor(mailstream_low* low) { return mailstream_low_get_fd(Of(low).m_Inner); }
+    static int Descriptor(mailstream_low* low)
+    {
+        return Mail().mailstream_low_get_fd(Of(low).m_Inner);
+    }
 
     static void Free(mailstream_low* low)
     {
         CGuardedStream* const self = &Of(low);
-        mailstream_low_free(self->m_Inner);
+        Mail().mailstream_low_free(self->m_Inner);
         delete self;
         std::free(low);
     }
 
-    static void Cancel(mailstream_low* low) { mailstream_low_cancel(Of(low).m_Inner); }
+    static void Cancel(mailstream_low* low) { Mail().mailstream_low_cancel(Of(low).m_Inner); }
 
     static auto GetCancel(mailstream_low* low) -> decltype(mailstream_low_get_cancel(low))
     {
-        return mailstream_low_get_cancel(Of(low).m_Inner);
+        return Mail().mailstream_low_get_cancel(Of(low).m_Inner);
     }
 
     static carray* Certificates(mailstream_low* low)
     {
-        return mailstream_low_get_certificate_chain(Of(low).m_Inner);
+        return Mail().mailstream_low_get_certificate_chain(Of(low).m_Inner);
     }
 
     CGuardedSession& m_Session;
@@ -208,18 +212,19 @@ mailstream_low_driver CGuardedStream::s_Driver = {
 };
 
 CGuardedSession::CGuardedSession(std::size_t replyBudget)
-    : m_Session(mailsmtp_new(0, nullptr)), m_ReplyBudget(replyBudget)
+    : m_Session(LoadMailLibrary() ? Mail().mailsmtp_new(0, nullptr) : nullptr),
+      m_ReplyBudget(replyBudget)
 {
     // Connecting and reading the greeting are one call: the first bytes read are the only sign that
     // there is a stream to guard.
     if (m_Session != nullptr)
-        mailsmtp_set_logger(m_Session, Count, this);
+        Mail().mailsmtp_set_logger(m_Session, Count, this);
 }
 
 void CGuardedSession::Free()
 {
     if (m_Session != nullptr)
-        mailsmtp_free(m_Session);
+        Mail().mailsmtp_free(m_Session);
     m_Session = nullptr;
 }
 
@@ -232,7 +237,8 @@ void CGuardedSession::Count(mailsmtp* session, int kind, const char* /*bytes*/, 
     self.m_ReplyBudget -= std::min(self.m_ReplyBudget, size);
     // The stream that has just read stays, below the guard.
     if (!self.GuardStream())
-        shutdown(mailstream_low_get_fd(mailstream_get_low(session->stream)), SHUT_RDWR);
+        shutdown(Mail().mailstream_low_get_fd(Mail().mailstream_get_low(session->stream)),
+                 SHUT_RDWR);
 }
 
 bool CGuardedSession::GuardStream()
@@ -241,21 +247,21 @@ bool CGuardedSession::GuardStream()
     // What came with the greeting has passed the guard by.
     std::replace(stream->read_buffer, stream->read_buffer + stream->read_buffer_len, '\t', ' ');
 
-    mailstream_low* const inner = mailstream_get_low(stream);
+    mailstream_low* const inner = Mail().mailstream_get_low(stream);
     if (inner->driver == &CGuardedStream::s_Driver)
         return true;
     const int on = 1;
-    setsockopt(mailstream_low_get_fd(inner), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    setsockopt(Mail().mailstream_low_get_fd(inner), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 
     auto* const guard = new (std::nothrow) CGuardedStream(*this, inner);
     mailstream_low* const low =
-        guard != nullptr ? mailstream_low_new(guard, &CGuardedStream::s_Driver) : nullptr;
+        guard != nullptr ? Mail().mailstream_low_new(guard, &CGuardedStream::s_Driver) : nullptr;
     if (low == nullptr) {
         delete guard;
         return false;
     }
-    mailstream_low_set_logger(inner, nullptr, nullptr);
-    mailstream_set_low(stream, low);
+    Mail().mailstream_low_set_logger(inner, nullptr, nullptr);
+    Mail().mailstream_set_low(stream, low);
     return true;
 }
 

@@ -5,7 +5,7 @@
 #include <csignal>
 #include <cstddef>
 
-#include <libetpan/libetpan.h>
+#include "MailLibrary.h"
 
 namespace VornEx::Internals {
 
@@ -40,7 +40,7 @@ public:
     CGuardedSession& operator=(const CGuardedSession&) = delete;
     ~CGuardedSession() { Free(); }
 
-    // Null when the session could not be made, or has been freed.
+    // Null when libetpan could not be loaded or make a session, or the session has been freed.
     mailsmtp* Get() const { return m_Session; }
     void Free();
 

@@ -110,8 +110,8 @@ def text(measured):
 
 
 def ratio(value):
-    if value < 0.095:
-        return f"{value:.2g}"
+    if 0 < value < 0.095:  # two digits
+        return f"{value:.{1 - math.floor(math.log10(value))}f}"
     return f"{value:.2f}" if value < 100 else f"{value:,.0f}"
 
 

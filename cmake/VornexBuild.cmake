@@ -34,11 +34,11 @@ function(vornex_library name)
     POSITION_INDEPENDENT_CODE ON)
   # Calls inside a library stay inside it and can be inlined; nobody replaces single functions.
   target_compile_options(${name} PRIVATE -fno-semantic-interposition)
-  target_link_options(${name} PRIVATE -Wl,-Bsymbolic-functions)
   if(BUILD_SHARED_LIBS)
     set(map ${PROJECT_SOURCE_DIR}/packaging/lib${name}.map)
-    target_link_options(${name} PRIVATE -Wl,--version-script=${map})
-    set_target_properties(${name} PROPERTIES LINK_DEPENDS ${map})
+    set(data ${PROJECT_SOURCE_DIR}/packaging/data.list)
+    target_link_options(${name} PRIVATE -Wl,--version-script=${map} -Wl,--dynamic-list=${data})
+    set_target_properties(${name} PROPERTIES LINK_DEPENDS "${map};${data}")
   endif()
   target_include_directories(${name} PUBLIC
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>

@@ -22,6 +22,18 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libvornex5)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS libsasl2-modules)
+# Libraries that are loaded when they are needed are in no list of the linker's.
+get_property(late_libraries GLOBAL PROPERTY VORNEX_LATE_LIBRARIES)
+foreach(library ${late_libraries})
+  execute_process(COMMAND dpkg-query --search ${library}
+    OUTPUT_VARIABLE owner RESULT_VARIABLE failed ERROR_QUIET)
+  if(NOT failed AND owner MATCHES "^([^:]+):")
+    list(APPEND late_packages ${CMAKE_MATCH_1})
+  else()
+    message(STATUS "No package has ${library}: Debian packages made here would not depend on it")
+  endif()
+endforeach()
+list(JOIN late_packages ", " CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_SOURCE_DIR}/triggers)
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "Linux platform services for C++, shared libraries
 Libraries that tell programs what machine they run on and let them report

@@ -30,6 +30,16 @@ for library in libvorn libvornex; do
         c++filt <<<"$difference"
         status=1
     fi
+    # Objects that hosts may hold a copy of have to be looked up by name.
+    objects=$(nm -D --defined-only "$folder/$library.so.5" |
+        awk '$2 ~ /[BDRu]/ && $3 !~ /^_ZT/ { sub("@.*", "", $3); print $3 }')
+    for pattern in $(sed -n 's/^ *\(_Z.*\);$/\1/p' "$here/data.list"); do
+        objects=$(grep -vx "${pattern//\*/.*}" <<<"$objects" || true)
+    done
+    if [ -n "$objects" ]; then
+        echo "$library: not in data.list: $objects"
+        status=1
+    fi
     # What runs before main: an entry of the compiler's own, and the module objects of libvornex.
     width=$(readelf -h "$folder/$library.so.5" | awk '/Class:/ { print $2 == "ELF64" ? 8 : 4 }')
     entries=$(($(readelf -SW "$folder/$library.so.5" |

@@ -1,5 +1,6 @@
 // vornex mail and vornex report --mail-to: what leaves, what is refused, and what the user is told.
 #include <nlohmann/json.hpp>
+#include <sys/stat.h>
 
 #include "RunProgram.h"
 #include "SmtpServer.h"
@@ -58,6 +59,22 @@ TEST(MailTool, SaysWhichStepFailed)
         EXPECT_EQ(run.m_Out, "");
         EXPECT_EQ(server.Seen().rfind("connected\n", 0), 0U);
     });
+}
+
+// What stands in its place is no library.
+TEST(MailTool, SaysThatTheMailLibraryIsMissing)
+{
+    const std::string folder = "/tmp/vornex-test-late-" + std::to_string(getpid());
+    const std::string library = folder + "/" + LIBETPAN;
+    mkdir(folder.c_str(), 0700);
+    std::ofstream(library) << "none";
+    const CRun run =
+        RunProgram({"mail", "--from", "f@x", "--to", "a@x", "--subject", "S", "--server", "x"}, "",
+                   {"LD_LIBRARY_PATH=" + folder});
+    unlink(library.c_str());
+    rmdir(folder.c_str());
+    EXPECT_EQ(run.m_Err.rfind("vornex: cannot start a session: " + library, 0), 0U) << run.m_Err;
+    EXPECT_EQ(run.m_Status, 1);
 }
 
 TEST(MailTool, RefusesWhatMustNotGoOut)

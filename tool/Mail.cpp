@@ -99,6 +99,7 @@ public:
     bool m_Encrypted = true;
     bool m_LoggedIn = false;
     std::string m_Recipient; // the last one named
+    std::string m_Missing;   // what of the mail library could not be loaded, and why
     const CStep* m_Failed = nullptr;
 
 private:
@@ -113,6 +114,9 @@ private:
                 if (line.find(std::string(step.m_Name) + " failed") == Failure.size())
                     m_Failed = &step;
         }
+        constexpr std::string_view Missing = "CLateSymbols () -> ";
+        if (line.rfind(Missing, 0) == 0)
+            m_Missing = line.substr(Missing.size());
         m_LoggedIn = m_LoggedIn || line.find("-> mailsmtp_auth (") != std::string::npos;
         const std::size_t recipient = line.find("smtp_rcpt ");
         const std::size_t open = line.find('(', std::min(recipient, line.size()));
@@ -248,9 +252,11 @@ int ReportFailure(const CMailOptions& options, const CFollower& follower, int co
                      : name == "mailesmtp_rcpt/mailsmtp_rcpt" ? follower.m_Recipient
                                                               : options.m_Server);
     }
-    const char* const reason = code >= 0 && static_cast<std::size_t>(code) < std::size(Reasons)
-                                   ? Reasons[code]
-                                   : Reasons[0];
+    std::string reason = code >= 0 && static_cast<std::size_t>(code) < std::size(Reasons)
+                             ? Reasons[code]
+                             : Reasons[0];
+    if (!follower.m_Missing.empty())
+        reason = follower.m_Missing;
     Complain("cannot " + step + ": " + reason + " (" + std::to_string(code) + ")");
     return Failed;
 }

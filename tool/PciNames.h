@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 
 namespace Tool {
@@ -11,6 +12,9 @@ namespace Tool {
 class CPciNames
 {
 public:
+    CPciNames(const CPciNames&) = delete;
+    CPciNames& operator=(const CPciNames&) = delete;
+
     // Reads the first pci.ids that the system has.
     CPciNames();
 
@@ -21,12 +25,17 @@ public:
     std::string Class(std::uint16_t code) const;
 
 private:
-    using Names = std::unordered_map<std::uint32_t, std::string>;
+    // A vendor or class: its name, and the indented lines below its own.
+    struct CEntry
+    {
+        std::string_view m_Name;
+        std::string_view m_Below;
+    };
+    using Entries = std::unordered_map<std::uint32_t, CEntry>;
 
-    Names m_Vendors;
-    Names m_Devices; // by vendor << 16 | device
-    Names m_Classes;
-    Names m_Subclasses; // by class << 8 | subclass
+    std::string m_Text; // the whole file, which the entries are parts of
+    Entries m_Vendors;
+    Entries m_Classes;
 };
 
 } // namespace Tool

@@ -28,7 +28,8 @@ class VORN_EXPORT CConfigManager
 {
 public:
     // The address of the device that is number `instance` of those with these identifiers. False,
-    // with the outputs untouched, when there is none, and when the bus cannot be accessed.
+    // with the outputs untouched, when there is none, and when the bus cannot be accessed or
+    // libpciaccess, which the first call loads, is not there.
     bool GetLocation(const Vorn::Strings::CStringRef& vendor,
                      const Vorn::Strings::CStringRef& device, unsigned int instance, int& domain,
                      int& bus, int& dev, int& func);

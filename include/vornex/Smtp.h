@@ -46,6 +46,9 @@
 // program's own, where that exists, and from the system's place otherwise. Cyrus SASL takes such a
 // path only before it is started, so that the first Send of a process decides for its whole life;
 // SASL then stays started. A host that starts SASL itself keeps its own choice.
+//
+// libetpan and SASL are loaded by the first Send, or StartSmtpTls, of a process and stay. Where
+// they cannot be loaded Send fails and leaves the code as it was; the trace has the reason.
 #pragma once
 
 #include <vector>
@@ -175,7 +178,7 @@ private:
 // that the server had sent ahead are dropped: they were not protected. Greet again afterwards.
 //
 // For hosts that hold a session of libetpan's themselves; CSmtp::Send calls it. SIGPIPE is theirs
-// to deal with. A null session gives 8.
+// to deal with. A null session gives 8, and so does a libetpan that cannot be loaded.
 VORN_EXPORT int StartSmtpTls(mailsmtp* session);
 
 } // namespace VornEx
