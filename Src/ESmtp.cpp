@@ -39,7 +39,7 @@ constexpr int Notify = MAILSMTP_DSN_NOTIFY_FAILURE | MAILSMTP_DSN_NOTIFY_DELAY;
 constexpr int TlsFailed = 8;
 constexpr int LastEtPanCode = 27;
 
-constexpr std::size_t ReplyBudget = 256U * 1024U;
+constexpr std::size_t ReplyBudget = 262'144;
 constexpr std::size_t ReplyBudgetPerRecipient = 1024;
 
 void AppendEntries(CStringVar& header, const char* field,

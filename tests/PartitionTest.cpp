@@ -176,12 +176,13 @@ TEST_F(Partition, HostileTablesEnd)
             for (auto& number : n)
                 if (row[at].find_first_not_of("0123456789ABCDEFx") == std::string::npos)
                     number = row.Number<std::uint64_t>(at++);
+            const auto size = [&n](int i) { return static_cast<std::size_t>(n[i]); };
             if (what == "header")
                 image.GptHeader(static_cast<std::uint32_t>(n[0]), static_cast<std::uint32_t>(n[1]));
             else if (what == "guid")
-                image.GptEntry(n[0], static_cast<std::uint8_t>(n[1]), n[2], n[3]);
+                image.GptEntry(size(0), static_cast<std::uint8_t>(n[1]), n[2], n[3]);
             else
-                image.Entry(n[0], n[1], static_cast<std::uint8_t>(n[2]),
+                image.Entry(size(0), size(1), static_cast<std::uint8_t>(n[2]),
                             static_cast<std::uint32_t>(n[3]), static_cast<std::uint32_t>(n[4]));
         }
         const Rows lines = Lines(image);

@@ -51,7 +51,7 @@ bool HasFileSystemParameters(const unsigned char* sector)
 bool AreNonsense(const unsigned char* sector, const CDisk& disk)
 {
     for (int index = 0; index < 4; ++index) {
-        const unsigned char* const entry = sector + 446 + 16 * index;
+        const unsigned char* const entry = sector + 446 + std::ptrdiff_t{16} * index;
         if (entry[0] != 0 && entry[0] != 0x80)
             return true;
     }

@@ -122,7 +122,7 @@ int ReadGpt(int descriptor, std::vector<gpart>& gpt, unsigned int* count)
     const std::uint32_t sectors = std::min(announced, MostGptEntries) / GptEntriesPerSector;
 
     // The usual table; larger ones grow as they are found to be there.
-    gpt.reserve(std::min<std::size_t>(sectors * GptEntriesPerSector, UsualGptEntries));
+    gpt.reserve(std::min(std::size_t{sectors} * GptEntriesPerSector, UsualGptEntries));
     int appended = 0;
     for (std::uint32_t number = 0; number < sectors; ++number) {
         const ssize_t got = ReadSector(descriptor, sector);
