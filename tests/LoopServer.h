@@ -24,10 +24,13 @@ public:
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         std::strncpy(address.sun_path, m_Path.c_str(), sizeof address.sun_path - 1);
+        const pid_t parent = getpid();
         const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
         if (bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
             listen(listener, 64) == 0 && (m_Child = fork()) == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
+            if (getppid() != parent)
+                _exit(0); // it was too late for that
             std::signal(SIGPIPE, SIG_IGN);
             for (;;)
                 Serve(accept(listener, nullptr, nullptr));

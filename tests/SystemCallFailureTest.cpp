@@ -139,6 +139,7 @@ void ExpectMade(const CFailure& failure)
 // What is done once in a process, at its first delivery: before all other tests.
 TEST(SystemCallFailure, FirstDelivery)
 {
+    Environment(); // the server is not the children's
     EachFailure("first mail", "sent, 0", [](const CFailure& failure) {
         EXPECT_EQ(InChild([&failure] {
                       const std::string result = ResultWith(Service("mail"), failure);
