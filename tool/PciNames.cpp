@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <filesystem>
 #include <fstream>
 
 namespace Tool {
@@ -70,11 +71,12 @@ std::string ReadNames()
 {
     std::string text;
     for (const char* const path : Files) {
-        std::ifstream file(path, std::ios::binary | std::ios::ate);
-        if (!file.is_open())
+        std::error_code error; // also for what is no file
+        const auto size = std::filesystem::file_size(path, error);
+        std::ifstream file(path, std::ios::binary);
+        if (error || !file.is_open())
             continue;
-        text.resize(static_cast<std::size_t>(std::max<std::streamoff>(file.tellg(), 0)));
-        file.seekg(0);
+        text.resize(static_cast<std::size_t>(size));
         file.read(text.data(), static_cast<std::streamsize>(text.size()));
         text.resize(static_cast<std::size_t>(file.gcount()));
         break;
